@@ -1,0 +1,15 @@
+// The series diagnostics service.
+#include "fmsd/module.h"
+#include "module/hostops.h"
+
+namespace {
+constexpr int kResultPosition = 9;
+constexpr double kNotAvailable = -998;
+}  // namespace
+
+// Until the series diagnostics computation lands (issue #8) every call is answered as a call
+// with unusable arguments, so a host never mistakes it for a success.
+extern "C" FMSD_API int mtsscov(void* context, void* /*arguments*/) {
+  posretd(context, kResultPosition, kNotAvailable, 0);
+  return 0;
+}
