@@ -17,6 +17,8 @@ Host* g_current = nullptr;
 constexpr fmsd_word kDefaultTaskWord = 0x7A5C;
 constexpr double kUpperBound = 1.7976931348623157e308;
 constexpr std::size_t kProcessWords = 16;
+// More entries than any module registers: a count beyond it is a corrupt call.
+constexpr int kMaxServices = 64;
 
 void put_double(unsigned char* block, int offset, double value) { std::memcpy(block + offset, &value, sizeof value); }
 
@@ -103,7 +105,7 @@ double Host::missing() const noexcept {
 }
 
 fmsd_word Host::register_services(void* const* table, void* block, int count, fmsd_word task, void* pidb) noexcept {
-  if (refuse_registrations_ || table == nullptr || count < 1 || count > FMSD_SERVICE_COUNT * 16) return 0;
+  if (refuse_registrations_ || table == nullptr || count < 1 || count > kMaxServices) return 0;
   if (pidb != pidb_.data() || task != registration_task_word()) return 0;
   try {
     Registration r{{}, block, task, static_cast<fmsd_word>(registrations_.size() + 1)};

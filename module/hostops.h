@@ -39,11 +39,6 @@ inline void* pool_alloc(fmsd_word bytes, int flags = FMSD_POOL_ORDINARY) noexcep
   return pool->alloc(pool, bytes, flags);
 }
 
-inline void pool_free(void* block) noexcept {
-  fmsd_pool* pool = host_pool();
-  pool->free(pool, block, 0, FMSD_POOL_ORDINARY);
-}
-
 }  // namespace fmsd
 
 #endif
