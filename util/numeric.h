@@ -26,6 +26,14 @@ inline int lmax(int a, int b) noexcept { return a > b ? a : b; }
 inline double fmin(double a, double b) noexcept { return a <= b ? a : b; }
 inline double fmax(double a, double b) noexcept { return a >= b ? a : b; }
 
+// floor without a library call, exact for every double: beyond 2^52 every double is
+// integral already, and NaN and the infinities come back as they are.
+inline double ffloor(double x) noexcept {
+  if (!(x > -4503599627370496.0 && x < 4503599627370496.0)) return x;
+  const double t = static_cast<double>(static_cast<std::int64_t>(x));
+  return t > x ? t - 1 : t;
+}
+
 // Index of element (i, j) of a symmetric matrix stored as the rows of its lower triangle.
 inline int zisub(int i, int j) noexcept {
   const int h = i > j ? i : j;
