@@ -12,8 +12,9 @@ command -v clang++ >/dev/null || apt-get install -y -qq clang libclang-rt-14-dev
 build=$root/build-fuzz
 CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DFMSD_FUZZ=ON -DFMSD_TESTS=OFF -DFMSD_BENCH=OFF \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$build"
-for target in zintstr; do
+targets=(zintstr)
+cmake --build "$build" --target "${targets[@]/%/_fuzz}"
+for target in "${targets[@]}"; do
   mkdir -p "$root/fuzz/corpus/$target"
   (cd "$build" && "./bin/${target}_fuzz" -max_total_time="$seconds" -max_len=64 "$root/fuzz/corpus/$target")
 done
