@@ -12,7 +12,7 @@ command -v clang++ >/dev/null || apt-get install -y -qq clang libclang-rt-14-dev
 build=$root/build-fuzz
 CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DFMSD_FUZZ=ON -DFMSD_TESTS=OFF -DFMSD_BENCH=OFF \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-targets=(zintstr)
+targets=(zintstr csv json)
 cmake --build "$build" --target "${targets[@]/%/_fuzz}"
 for target in "${targets[@]}"; do
   mkdir -p "$root/fuzz/corpus/$target"

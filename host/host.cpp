@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "host/datasets.h"
+#include "host/lists.h"
 #include "host/operations.h"
 
 namespace fmsd::host {
@@ -61,6 +63,8 @@ Host::Host()
   gcb_[FMSD_GCB_UPCASE] = reinterpret_cast<fmsd_word>(upcase_);
   gcb_[FMSD_GCB_CONSTANTS] = reinterpret_cast<fmsd_word>(constants_);
 
+  lists_ = std::make_unique<ListRegistry>();
+  datasets_ = std::make_unique<DataSets>(*this);
   install_operations(*this);
   g_current = this;
 }
@@ -118,5 +122,7 @@ fmsd_word Host::register_services(void* const* table, void* block, int count, fm
 }
 
 void Host::add_diagnostic(std::string text) { diagnostics_.push_back(std::move(text)); }
+
+void Host::add_log(std::string text) { log_.push_back(std::move(text)); }
 
 }  // namespace fmsd::host

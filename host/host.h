@@ -90,6 +90,9 @@ class Pool {
 };
 
 // ---- the host -----------------------------------------------------------------------
+class ListRegistry;  // host/lists.h
+class DataSets;      // host/datasets.h
+
 struct Registration {
   std::vector<fmsd_service_fn*> services;
   void* block;
@@ -129,6 +132,15 @@ class Host {
   const std::vector<Registration>& registrations() const noexcept { return registrations_; }
   fmsd_word register_services(void* const* table, void* block, int count, fmsd_word task, void* pidb) noexcept;
 
+  ListRegistry& lists() noexcept { return *lists_; }
+  DataSets& datasets() noexcept { return *datasets_; }
+
+  // The host log: every failure of a host request, in words that name the data
+  // set, variable or list concerned, oldest first.
+  const std::vector<std::string>& log() const noexcept { return log_; }
+  void add_log(std::string text);
+  void clear_log() noexcept { log_.clear(); }
+
   // Messages the module reported through xebug, oldest first.
   const std::vector<std::string>& diagnostics() const noexcept { return diagnostics_; }
   void add_diagnostic(std::string text);
@@ -146,6 +158,9 @@ class Host {
   Pool pool_;
   std::vector<Registration> registrations_;
   std::vector<std::string> diagnostics_;
+  std::vector<std::string> log_;
+  std::unique_ptr<ListRegistry> lists_;
+  std::unique_ptr<DataSets> datasets_;
   bool refuse_registrations_ = false;
   Host* previous_;
 };

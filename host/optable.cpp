@@ -33,24 +33,6 @@ struct Unavailable<R(A..., ...)> {
   static R call(A..., ...) noexcept { return failure<R>(); }
 };
 
-#define FMSD_OPERATION_INFO(name, facility_, slot_, result, params) \
-  struct name {                                                     \
-    using type = fmsd_fn_##name;                                    \
-    static constexpr int facility = facility_;                      \
-    static constexpr int slot = slot_;                              \
-  };
-namespace op {
-FMSD_HOST_OPERATIONS(FMSD_OPERATION_INFO)
-}
-#undef FMSD_OPERATION_INFO
-
-// Binding through the operation's own function type makes a host function with
-// the wrong signature a compile error.
-template <class Op>
-void bind(Host& host, typename Op::type* function) noexcept {
-  host.bind(Op::facility, Op::slot, reinterpret_cast<void*>(function));
-}
-
 fmsd_word virv2g_op(void* const* table, void* block, int count, fmsd_word task, void* pidb) noexcept {
   Host* host = Host::current();
   return host != nullptr ? host->register_services(table, block, count, task, pidb) : 0;
@@ -78,6 +60,11 @@ void install_operations(Host& host) noexcept {
   bind<op::ziddmdy>(host, ziddmdy);
   bind<op::zidmdyd>(host, zidmdyd);
   bind<op::xebug>(host, xebug_op);
+
+  install_list_operations(host);
+  install_argument_operations(host);
+  install_dataset_operations(host);
+  install_message_operations(host);
 }
 
 }  // namespace fmsd::host

@@ -3,7 +3,7 @@
 # are not installed yet.  Nothing else is touched.
 set -euo pipefail
 
-packages=(g++ cmake ninja-build pkg-config binutils libgtest-dev libgmock-dev libbenchmark-dev python3)
+packages=(g++ cmake ninja-build pkg-config binutils libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev python3)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -8,6 +8,7 @@
 #define FMSD_HOSTABI_H
 
 #ifndef __ASSEMBLER__
+#include <stddef.h>
 #include <stdint.h>
 #endif
 
@@ -61,10 +62,138 @@ struct fmsd_pool {
   fmsd_pool_free_fn *free;
 };
 
+/* A text argument as posargs delivers it: the first two fields of a data set record. */
+typedef struct fmsd_textarg {
+  const char *text;
+  int length;
+} fmsd_textarg;
+
+typedef struct fmsd_list_item fmsd_list_item;
+/* The part of a list item the module reads; the host keeps the rest behind it. */
+struct fmsd_list_item {
+  fmsd_list_item *next;
+  char kind;
+  char reserved[7];
+  double number;
+};
+
+/* A host variable descriptor (the module sets a few fields of it, see FMSD_VAR_*). */
+typedef struct fmsd_vardesc {
+  char format[8];
+  char reserved1[4];
+  int16_t format_width;
+  int16_t format_decimals;
+  char reserved2[20];
+  int32_t length;
+  char reserved3[4];
+  int16_t name_length;
+  int16_t name_kind;
+  char reserved4[16];
+  uint8_t type;
+  char reserved5[23];
+  const char *name;
+  const char *label;
+  char reserved6[16];
+} fmsd_vardesc;
+
+typedef int fmsd_request_fn(fmsd_word *access);
+
+
 #ifdef __cplusplus
 }
 #endif
 #endif /* __ASSEMBLER__ */
+
+/* ---- host lists ---------------------------------------------------------------------
+ * A list is named by a small positive identifier or reached through its object;
+ * every list operation takes either form as its list word.  The module walks the
+ * object and its items directly. */
+#define FMSD_LIST_FIRST 1       /* word: first item */
+#define FMSD_LIST_COUNT 2       /* word: number of items */
+#define FMSD_LIST_CURSOR 4      /* word: the item a walk stands on (written by walkers) */
+#define FMSD_LIST_CURSOR_INDEX 5
+#define FMSD_LIST_WORDS 8
+
+/* Kind letters of list items. */
+#define FMSD_ITEM_DOUBLE 'N'    /* the double at byte 16 */
+#define FMSD_ITEM_INTEGER 'I'   /* numeric, read with slgetnv */
+#define FMSD_ITEM_SHORT 'S'     /* 16-bit, read with slgetnv */
+#define FMSD_ITEM_TEXT 'C'      /* character, read with slstrng */
+#define FMSD_ITEM_LIST 'L'      /* sublist */
+
+/* ---- call context and arguments ---------------------------------------------------- */
+#define FMSD_CONTEXT_SESSION 1  /* call context word: the session block */
+#define FMSD_SESSION_LISTS 28   /* session block word: the list registry */
+#define FMSD_SESSION_WORDS 32
+
+/* posargs kind codes.  Arguments are described by (kind, destination...) and the
+ * description ends with FMSD_ARG_INTEGER and two null destinations. */
+#define FMSD_ARG_TEXT 1         /* one destination: an fmsd_textarg */
+#define FMSD_ARG_DOUBLE 3       /* one destination: a double (missing when absent) */
+#define FMSD_ARG_INTEGER 4      /* two destinations: an int and a char set to 1 when missing */
+#define FMSD_ARG_WORD 9         /* one destination: a word (a list identifier, say) */
+
+/* ---- data sets ------------------------------------------------------------------------ */
+/* Open request block: what the module fills before xoopen (byte offsets). */
+#define FMSD_REQUEST_BYTES 640
+#define FMSD_REQUEST_LEVEL1 0   /* 8 characters, blank-padded */
+#define FMSD_REQUEST_NAMEBLOCK 20  /* 34 bytes: 16-bit length and up to 32 characters */
+#define FMSD_REQUEST_LEVEL2 54  /* 8 characters, blank-padded */
+#define FMSD_REQUEST_MODE 64    /* int */
+#define FMSD_REQUEST_MINUS_ONE 72
+#define FMSD_OPEN_INPUT 1
+#define FMSD_OPEN_OUTPUT 2
+#define FMSD_OPEN_SECOND_INPUT 0x1000001
+
+/* Access block words (the module's side of an open data set). */
+#define FMSD_ACCESS_HANDLE 0
+#define FMSD_ACCESS_BUFFER 3    /* the observation buffer */
+#define FMSD_ACCESS_FLAGS 6
+#define FMSD_ACCESS_REQUEST 7
+#define FMSD_ACCESS_WORDS 13
+#define FMSD_ACCESS_COUNTED 0x40
+#define FMSD_REQUEST_READ_NEXT 11
+
+/* Data set handle words (the host's open data set). */
+#define FMSD_HANDLE_FUNCTIONS 3 /* request functions: slot 0 reads the next row, slot 3 writes one */
+#define FMSD_HANDLE_BUFFER 4
+#define FMSD_HANDLE_RESULT 5
+#define FMSD_HANDLE_BUFFER_BYTES 8
+#define FMSD_HANDLE_ROWS 10
+#define FMSD_HANDLE_WORDS 16
+#define FMSD_HANDLE_READ_SLOT 0
+#define FMSD_HANDLE_WRITE_SLOT 3
+
+/* Request statuses: masked with FMSD_STATUS_MASK, FMSD_STATUS_END means end of data. */
+#define FMSD_STATUS_MASK 0x803FFFFF
+#define FMSD_STATUS_END 0x801
+#define FMSD_STATUS_READ_FAILED 0x802
+#define FMSD_STATUS_WRITE_FAILED 0x803
+#define FMSD_STATUS_OPEN_FAILED 0x804
+#define FMSD_STATUS_NO_VARIABLE 0x805
+#define FMSD_STATUS_BAD_REQUEST 0x806
+#define FMSD_STATUS_NO_MEMORY 0x807
+
+/* xoinfo attributes. */
+#define FMSD_INFO_LOGICAL_ROWS 2
+#define FMSD_INFO_ROWS 3
+#define FMSD_INFO_VARIABLES 4
+
+/* xoclose option: discard an output data set instead of committing it. */
+#define FMSD_CLOSE_DISCARD 65536
+
+/* Variable descriptor byte offsets. */
+#define FMSD_VAR_FORMAT 0       /* 8 characters, blank-padded: "DATE", "DATETIME", "BEST" ... */
+#define FMSD_VAR_FORMAT_WIDTH 12
+#define FMSD_VAR_FORMAT_DECIMALS 14
+#define FMSD_VAR_LENGTH 36      /* int: bytes in the observation buffer */
+#define FMSD_VAR_NAME_LENGTH 44
+#define FMSD_VAR_NAME_KIND 46
+#define FMSD_VAR_TYPE 64        /* 1 numeric, 2 character */
+#define FMSD_VAR_NAME 88        /* pointer */
+#define FMSD_VAR_LABEL 96       /* pointer */
+#define FMSD_VAR_BYTES 120
+#define FMSD_MESSAGE_GROUP 421  /* the catalogue of the module's labels */
 
 /* The host operations: X(name, facility, slot, result type, parameter list).
  * A list argument is a list identifier or a list object pointer, as a word. */
@@ -166,6 +295,24 @@ FMSD_HOST_OPERATIONS(FMSD_DECLARE_FN_TYPE)
 #ifdef __cplusplus
 }
 #endif
+#endif
+
+#ifndef __ASSEMBLER__
+#ifdef __cplusplus
+#define FMSD_STATIC_ASSERT(c, m) static_assert(c, m)
+#else
+#define FMSD_STATIC_ASSERT(c, m) _Static_assert(c, m)
+#endif
+FMSD_STATIC_ASSERT(offsetof(fmsd_list_item, kind) == 8 && offsetof(fmsd_list_item, number) == 16,
+                   "list item layout");
+FMSD_STATIC_ASSERT(offsetof(fmsd_vardesc, format_width) == FMSD_VAR_FORMAT_WIDTH &&
+                       offsetof(fmsd_vardesc, format_decimals) == FMSD_VAR_FORMAT_DECIMALS &&
+                       offsetof(fmsd_vardesc, length) == FMSD_VAR_LENGTH &&
+                       offsetof(fmsd_vardesc, name_length) == FMSD_VAR_NAME_LENGTH &&
+                       offsetof(fmsd_vardesc, name_kind) == FMSD_VAR_NAME_KIND &&
+                       offsetof(fmsd_vardesc, type) == FMSD_VAR_TYPE && offsetof(fmsd_vardesc, name) == FMSD_VAR_NAME &&
+                       offsetof(fmsd_vardesc, label) == FMSD_VAR_LABEL && sizeof(fmsd_vardesc) == FMSD_VAR_BYTES,
+                   "variable descriptor layout");
 #endif
 
 #endif

@@ -69,6 +69,11 @@ typedef struct zintinfo {
   char fmtname[10];     /* 50: the name, then at least one NUL */
 } zintinfo;
 
+FMSD_STATIC_ASSERT(sizeof(zintrec) == 38, "interval record layout");
+FMSD_STATIC_ASSERT(offsetof(zintinfo, nseasons) == 44 && offsetof(zintinfo, width) == 46 &&
+                       offsetof(zintinfo, fmtlen) == 48 && offsetof(zintinfo, fmtname) == 50,
+                   "interval information layout");
+
 FMSD_API int zintstr(const char *text, int length, zintrec *rec);
 FMSD_API void zintfmt(const zintrec *rec, char *fmtname, int16_t *fmtlen, int16_t *width, int16_t *shortwidth);
 

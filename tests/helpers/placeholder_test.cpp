@@ -1,0 +1,1 @@
+// Module helpers over the real host: host lists and data sets.
