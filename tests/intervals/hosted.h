@@ -3,6 +3,7 @@
 #ifndef FMSD_TESTS_HOSTED_H
 #define FMSD_TESTS_HOSTED_H
 
+#include "fmsd/intervals.h"
 #include "fmsd/module.h"
 #include "host/host.h"
 
@@ -17,5 +18,17 @@ inline fmsd::host::Host& hosted() {
 }
 
 inline bool is_missing(double x) { return fmsd::host::is_missing(x); }
+
+// An interval record built field by field, bypassing the parser; Monday to Friday are worked.
+inline zintrec interval(char kind, int code, int mult = 1, int shift = 0) {
+  zintrec r{};
+  r.kind = kind;
+  r.code = static_cast<uint8_t>(code);
+  r.mult = static_cast<int16_t>(mult);
+  r.shift = static_cast<int16_t>(shift);
+  r.nworkdays = 5;
+  r.weekend[0] = r.weekend[6] = 1;
+  return r;
+}
 
 #endif

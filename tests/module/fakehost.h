@@ -3,6 +3,7 @@
 #ifndef FMSD_TESTS_FAKEHOST_H
 #define FMSD_TESTS_FAKEHOST_H
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -48,11 +49,7 @@ struct FakeHost {
     for (void* b : blocks) ::operator delete(b);
   }
 
-  static double bits(std::uint64_t u) {
-    double d;
-    std::memcpy(&d, &u, sizeof d);
-    return d;
-  }
+  static double bits(std::uint64_t u) { return std::bit_cast<double>(u); }
   void set_double(int offset, double v) { std::memcpy(constants + offset, &v, sizeof v); }
   void bind(int facility, int slot, void* fn) { slots[static_cast<std::size_t>(facility)][static_cast<std::size_t>(slot)] = fn; }
 
