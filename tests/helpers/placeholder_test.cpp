@@ -1,1 +1,0 @@
-// Module helpers over the real host: host lists and data sets.
