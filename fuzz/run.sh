@@ -16,5 +16,8 @@ targets=(zintstr csv json)
 cmake --build "$build" --target "${targets[@]/%/_fuzz}"
 for target in "${targets[@]}"; do
   mkdir -p "$root/fuzz/corpus/$target"
-  (cd "$build" && "./bin/${target}_fuzz" -max_total_time="$seconds" -max_len=64 "$root/fuzz/corpus/$target")
+  # Interval texts are short; CSV files and parameter lists need room.
+  max_len=4096
+  [ "$target" = zintstr ] && max_len=64
+  (cd "$build" && "./bin/${target}_fuzz" -max_total_time="$seconds" -max_len="$max_len" "$root/fuzz/corpus/$target")
 done
