@@ -28,6 +28,9 @@ inline int lmod(int a, int b) noexcept {
   return r < 0 ? r + b : r;
 }
 
+// The codes counted in seconds; any other code below DAY is one a parsed record cannot hold.
+inline bool timecode(int code) noexcept { return code == ZINT_SECOND || code == ZINT_MINUTE || code == ZINT_HOUR; }
+
 // Base units in one interval: months for QTR and longer, days for WEEK, seconds
 // for MINUTE and HOUR, the code's own unit otherwise.
 inline int effmult(const zintrec* rec) noexcept {

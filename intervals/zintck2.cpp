@@ -60,7 +60,7 @@ double dateck(const zintrec* rec, double from, double to) noexcept {
 
 double timeck(const zintrec* rec, double from, double to) noexcept {
   if (rec->kind != 's') return missing();
-  if (rec->code != ZINT_SECOND && rec->code != ZINT_MINUTE && rec->code != ZINT_HOUR) {
+  if (!timecode(rec->code)) {
     xebug("zintck2: bad intcode=%i", static_cast<int>(rec->code));
     return missing();
   }

@@ -114,7 +114,7 @@ double datenx(const zintrec* rec, double start, int n) noexcept {
 
 double timenx(const zintrec* rec, double start, int n) noexcept {
   if (rec->kind != 's') return missing();
-  if (rec->code != ZINT_SECOND && rec->code != ZINT_MINUTE && rec->code != ZINT_HOUR) {
+  if (!timecode(rec->code)) {
     xebug("zintnx2: bad intcode=%i", static_cast<int>(rec->code));
     return missing();
   }
