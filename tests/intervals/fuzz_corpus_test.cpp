@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "fuzz/zintstr_check.h"
-#include "tests/intervals/hosted.h"
+#include "tests/hosted.h"
 
 TEST(FuzzCorpus, IntervalTextsKeepTheirProperties) {
   hosted();

@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-#include "tests/intervals/hosted.h"
+#include "tests/hosted.h"
 
 namespace {
 

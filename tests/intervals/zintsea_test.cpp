@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/intervals/hosted.h"
+#include "tests/hosted.h"
 
 namespace {
 
