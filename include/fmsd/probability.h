@@ -54,34 +54,53 @@ FMSD_API double zpgt2(double t2, int df);
 /* P(chi2(df) > x); the host's missing value when the gamma fails. */
 FMSD_API double zpgx2(double x, int df);
 
-/* ---- the log-scale family ---- */
-/* The record zloggam works on. x and a are read; tol is raised to at least 2.5 * 2^-52
- * and is the relative accuracy asked of the log tails. */
+/* ---- the log-scale family ----
+ * Logarithms of both tails and of the density of the gamma and beta distributions,
+ * for arguments where the tails underflow to 0 or round to 1 in the routines above.
+ * What they promise, for finite arguments with shapes of at least 1e-9:
+ *   - every logarithm within 1e-12 of its exact value, relative, whatever the depth
+ *     of the tail (checked against mpmath for gamma shapes 1e-9 to 1e18 and beta
+ *     shapes 1e-9 to 1e15, and tails from e^-1e10 to 1 - e^-1e10);
+ *   - the log of a tail close to 1 is ln(1 - other tail), as accurate relative to
+ *     its own size, down to the smallest double;
+ *   - ln 0 is -1.7976931348623157e308 and the log of an unbounded density at an end
+ *     of the support is +1.7976931348623157e308.
+ * Status 0; 1 for an argument outside the domain (the outputs are left as they are),
+ * a series that did not converge, or a log tail above 0. */
+
+/* The record zloggam works on: the gamma(a) distribution at x. x and a are read; tol
+ * is raised to at least 5.551115123125785e-16 (2.5 * 2^-52) and is the relative
+ * accuracy asked of the series and continued fractions. */
 typedef struct zloggam_rec {
   double x;
   double a;
   double lnp;       /* ln P(a, x) */
-  double lnq;       /* ln Q(a, x) */
+  double lnq;       /* ln Q(a, x) = ln(1 - P(a, x)) */
   double lndensity; /* ln of the gamma(a) density at x */
   double tol;
 } zloggam_rec;
 
-/* The record zlogbet works on: the beta(a, b) distribution at x. */
+/* The record zlogbet works on: the beta(a, b) distribution at x, tol as above. */
 typedef struct zlogbet_rec {
   double x;
   double a;
   double b;
   double lnp;       /* ln I_x(a, b) */
-  double lnq;       /* ln (1 - I_x(a, b)) */
+  double lnq;       /* ln(1 - I_x(a, b)) */
   double lndensity; /* ln of the beta(a, b) density at x */
   double tol;
 } zlogbet_rec;
 
-/* Logarithms of both tails and of the density. Status 0; 1 for an argument outside the
- * domain or a result that could not be computed. */
+/* Domain: x >= 0 and a >= 1e-9. At x = 0: ln P = -1.797e308, ln Q = 0, and the log
+ * density is -1.797e308 for a > 1, +1.797e308 for a < 1, 0 for a = 1. */
 FMSD_API int zloggam(zloggam_rec *r);
+/* Domain: 0 <= x <= 1, a >= 1e-9 and b >= 1e-9. At x = 0: ln P = -1.797e308, ln Q = 0,
+ * log density -1.797e308, +1.797e308 or ln b as a > 1, a < 1 or a = 1; at x = 1 the
+ * same with the tails exchanged and b in place of a. */
 FMSD_API int zlogbet(zlogbet_rec *r);
-/* ln of the gamma(a) density at x and of the beta(a, b) density at x. */
+/* ln of the gamma(a) density at x and of the beta(a, b) density at x: the values the
+ * records receive, -1.797e308 outside the support, NaN for a shape below 1e-9 or an
+ * argument that is NaN. */
 FMSD_API double zldngam(double x, double a);
 FMSD_API double zldnbet(double x, double a, double b);
 
