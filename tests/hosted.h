@@ -7,13 +7,11 @@
 #include "fmsd/module.h"
 #include "host/host.h"
 
-// One host for the whole test program, entered before any test runs.
+// One host for the whole test program. It enters the module again on every use,
+// because a test may have entered the module into a host of its own since.
 inline fmsd::host::Host& hosted() {
-  static fmsd::host::Host* host = [] {
-    auto* h = new fmsd::host::Host();
-    mcn_main(h->control_block(), h->process_block());
-    return h;
-  }();
+  static fmsd::host::Host* host = new fmsd::host::Host();
+  mcn_main(host->control_block(), host->process_block());
   return *host;
 }
 

@@ -58,9 +58,10 @@ FMSD_API double zpgx2(double x, int df);
  * Logarithms of both tails and of the density of the gamma and beta distributions,
  * for arguments where the tails underflow to 0 or round to 1 in the routines above.
  * What they promise, for finite arguments with shapes of at least 1e-9:
- *   - every logarithm within 1e-12 of its exact value, relative, whatever the depth
- *     of the tail (checked against mpmath for gamma shapes 1e-9 to 1e18 and beta
- *     shapes 1e-9 to 1e15, and tails from e^-1e10 to 1 - e^-1e10);
+ *   - every log tail within 1e-12 of its exact value, relative, whatever the depth
+ *     of the tail; the log density within 1e-12 relative, or absolute where it is
+ *     below 1 in magnitude (checked against mpmath for gamma shapes 1e-9 to 1e18 and
+ *     beta shapes 1e-9 to 1e15, with log tails down to -1e118);
  *   - the log of a tail close to 1 is ln(1 - other tail), as accurate relative to
  *     its own size, down to the smallest double;
  *   - ln 0 is -1.7976931348623157e308 and the log of an unbounded density at an end
