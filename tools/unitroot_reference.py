@@ -124,7 +124,7 @@ def fit(X, y):
 
 
 def rows_of(columns, first, n):
-    """The design rows t = first .. n-1 whose members are all present."""
+    """The regression rows t = first .. n-1 whose members are all present."""
     X, y = [], []
     for t in range(first, n):
         row = [c(t) for c in columns]
