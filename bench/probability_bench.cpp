@@ -78,6 +78,23 @@ void fdtrc(benchmark::State& s) { run(s, [](int i) { return zprbf(kPos[i], 5, kS
 void stdtr2(benchmark::State& s) {
   run(s, [](int i) { return zpgt2(kX[i] * kX[i], static_cast<int>(kShape[i])); });
 }
+void prbigs(benchmark::State& s) { run(s, [](int i) { return zprbigs(kPos[i], kShape[i]); }); }
+void log_gammainc(benchmark::State& s) {
+  run(s, [](int i) {
+    zloggam_rec r{kPos[i], kShape[i], 0, 0, 0, 0};
+    zloggam(&r);
+    return r.lnp;
+  });
+}
+void log_betainc(benchmark::State& s) {
+  run(s, [](int i) {
+    zlogbet_rec r{kUnit[i], kShape[i], kPos[i], 0, 0, 0, 0};
+    zlogbet(&r);
+    return r.lnp;
+  });
+}
+void gamma_logpdf(benchmark::State& s) { run(s, [](int i) { return zldngam(kPos[i], kShape[i]); }); }
+void beta_logpdf(benchmark::State& s) { run(s, [](int i) { return zldnbet(kUnit[i], kShape[i], kPos[i]); }); }
 void chdtrc(benchmark::State& s) {
   hosted();
   run(s, [](int i) { return zpgx2(kPos[i] * 2, static_cast<int>(kShape[i])); });
@@ -100,5 +117,10 @@ BENCHMARK(gammainc);
 BENCHMARK(fdtrc);
 BENCHMARK(stdtr2);
 BENCHMARK(chdtrc);
+BENCHMARK(prbigs);
+BENCHMARK(log_gammainc);
+BENCHMARK(log_betainc);
+BENCHMARK(gamma_logpdf);
+BENCHMARK(beta_logpdf);
 
 BENCHMARK_MAIN();
