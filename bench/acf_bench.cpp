@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/peer_main.h"
 #include "fmsd/autocorr.h"
 #include "fmsd/module.h"
 #include "host/host.h"
@@ -31,15 +32,7 @@ std::vector<double>& series() {
   return s;
 }
 
-bool load(const char* path) {
-  std::FILE* f = std::fopen(path, "rb");
-  if (f == nullptr) return false;
-  double buffer[4096];
-  for (std::size_t n; (n = std::fread(buffer, sizeof buffer[0], 4096, f)) > 0;)
-    series().insert(series().end(), buffer, buffer + n);
-  std::fclose(f);
-  return !series().empty();
-}
+bool load(const char* path) { return fmsd_bench::read_values(path, series()); }
 
 // An AR(1) with coefficient 0.5, the model of the peer script's series.
 void generate(std::size_t count) {
@@ -131,19 +124,10 @@ bool write_results(const char* path, const std::vector<std::size_t>& sizes) {
 int main(int argc, char** argv) {
   const char* series_path = nullptr;
   const char* results_path = nullptr;
-  std::size_t small = 20000;
-  int kept = 1;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strncmp(argv[i], "--series=", 9) == 0)
-      series_path = argv[i] + 9;
-    else if (std::strncmp(argv[i], "--results=", 10) == 0)
-      results_path = argv[i] + 10;
-    else if (std::strncmp(argv[i], "--small=", 8) == 0)
-      small = std::strtoull(argv[i] + 8, nullptr, 10);
-    else
-      argv[kept++] = argv[i];
-  }
-  argc = kept;
+  const char* small_text = "20000";
+  fmsd_bench::take_options(argc, argv,
+                           {{"--series=", &series_path}, {"--results=", &results_path}, {"--small=", &small_text}});
+  const std::size_t small = std::strtoull(small_text, nullptr, 10);
 
   fmsd::host::Host host;
   mcn_main(host.control_block(), host.process_block());
@@ -176,9 +160,5 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark(("BM_LjungBox" + size).c_str(), BM_LjungBox, n)
         ->Unit(benchmark::kMillisecond);
   }
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return fmsd_bench::run_benchmarks(argc, argv);
 }

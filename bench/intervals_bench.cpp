@@ -16,6 +16,7 @@
 #include <random>
 #include <vector>
 
+#include "bench/peer_main.h"
 #include "fmsd/intervals.h"
 #include "fmsd/module.h"
 #include "host/host.h"
@@ -35,14 +36,8 @@ Dates& dates() {
 std::size_t weekday_count() { return dates().from.size() / 10; }
 
 bool load(const char* path) {
-  std::FILE* f = std::fopen(path, "rb");
-  if (f == nullptr) return false;
   std::vector<std::int32_t> raw;
-  std::int32_t buffer[4096];
-  for (std::size_t n; (n = std::fread(buffer, sizeof buffer[0], 4096, f)) > 0;)
-    raw.insert(raw.end(), buffer, buffer + n);
-  std::fclose(f);
-  if (raw.empty() || raw.size() % 2 != 0) return false;
+  if (!fmsd_bench::read_values(path, raw) || raw.size() % 2 != 0) return false;
   const std::size_t half = raw.size() / 2;
   dates().from.assign(raw.begin(), raw.begin() + static_cast<std::ptrdiff_t>(half));
   dates().to.assign(raw.begin() + static_cast<std::ptrdiff_t>(half), raw.end());
@@ -137,16 +132,7 @@ bool write_results(const char* path) {
 int main(int argc, char** argv) {
   const char* dates_path = nullptr;
   const char* results_path = nullptr;
-  int kept = 1;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strncmp(argv[i], "--dates=", 8) == 0)
-      dates_path = argv[i] + 8;
-    else if (std::strncmp(argv[i], "--results=", 10) == 0)
-      results_path = argv[i] + 10;
-    else
-      argv[kept++] = argv[i];
-  }
-  argc = kept;
+  fmsd_bench::take_options(argc, argv, {{"--dates=", &dates_path}, {"--results=", &results_path}});
 
   fmsd::host::Host host;
   mcn_main(host.control_block(), host.process_block());
@@ -163,9 +149,5 @@ int main(int argc, char** argv) {
     return 1;
   }
 
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return fmsd_bench::run_benchmarks(argc, argv);
 }

@@ -14,6 +14,7 @@
 #include <random>
 #include <vector>
 
+#include "bench/peer_main.h"
 #include "fmsd/decompose.h"
 #include "fmsd/module.h"
 #include "fmsd/moving.h"
@@ -30,15 +31,7 @@ Vec& series() {
 
 int length() { return static_cast<int>(series().size()); }
 
-bool load(const char* path) {
-  std::FILE* f = std::fopen(path, "rb");
-  if (f == nullptr) return false;
-  double buffer[4096];
-  for (std::size_t n; (n = std::fread(buffer, sizeof buffer[0], 4096, f)) > 0;)
-    series().insert(series().end(), buffer, buffer + n);
-  std::fclose(f);
-  return !series().empty();
-}
+bool load(const char* path) { return fmsd_bench::read_values(path, series()); }
 
 // Monthly-looking data well above 0, so that the multiplicative model applies.
 void generate(int n) {
@@ -146,16 +139,7 @@ bool write_results(const char* path) {
 int main(int argc, char** argv) {
   const char* series_path = nullptr;
   const char* results_path = nullptr;
-  int kept = 1;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strncmp(argv[i], "--series=", 9) == 0)
-      series_path = argv[i] + 9;
-    else if (std::strncmp(argv[i], "--results=", 10) == 0)
-      results_path = argv[i] + 10;
-    else
-      argv[kept++] = argv[i];
-  }
-  argc = kept;
+  fmsd_bench::take_options(argc, argv, {{"--series=", &series_path}, {"--results=", &results_path}});
 
   fmsd::host::Host host;
   mcn_main(host.control_block(), host.process_block());
@@ -172,9 +156,5 @@ int main(int argc, char** argv) {
     return 1;
   }
 
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return fmsd_bench::run_benchmarks(argc, argv);
 }
