@@ -160,4 +160,34 @@ run modout --in air.csv --forecast data/fc.csv --out blocked.csv --params params
 grep -q '^fmsd modout: modout succeeded, but its output could not be saved for .*; host: .*blocked' <<<"$err" ||
   fail "unsaved output message: $err"
 [ -e r2.json ] && fail "an unsaved output left a result file"
+
+# ---- transform: the treated series, its notices and its refusals ------------------------------
+run transform --in data/air.csv --var air --carry date --season 12 --options '{"DIF": 1}' --out data/dif.csv
+[ $rc -eq 0 ] && [ -z "$err" ] || fail "transform exits $rc: $err"
+[ "$(head -3 data/dif.csv | tr '\n' ' ')" = 'date,air 2000-01-01, 2000-02-01,1 ' ] ||
+  fail "transform output: $(head -3 data/dif.csv)"
+# Without an option list the series is copied; with an empty one it is the percent change.
+run transform --in data/air.csv --var air --carry date --out data/copy.csv
+cmp -s data/copy.csv data/air.csv || fail "transform without options changed the series: $(cat data/copy.csv)"
+run transform --in data/air.csv --var air --carry date --options '{}' --out data/pc.csv
+grep -q '^2000-12-01,0.900900900900' data/pc.csv || fail "transform with {} is no percent change: $(cat data/pc.csv)"
+
+run transform --in data/air.csv --var air --carry date --options '{"DIF": 12}' --out data/none.csv
+[ $rc -eq 0 ] || fail "result 2 exits $rc"
+grep -q '^fmsd transform: mtstran notice: result 2 (' <<<"$err" || fail "no notice for result 2: $err"
+run transform --in data/air.csv --var air --carry date --season 3 --out data/fb.csv \
+  --options '{"DIF": 2, "CDLIST": {"CDTYPE": "MULT", "CDCOMP": "TC"}}'
+[ $rc -eq 0 ] && grep -q 'notice: result 3 (' <<<"$err" || fail "no notice for result 3 ($rc): $err"
+
+cp data/out.csv tran-kept.csv
+cp data/pc.csv data/neg.csv
+printf '2001-01-01,-5\n' >>data/neg.csv
+service_fails mtstran -899 transform --in data/neg.csv --var air --carry date --out data/out.csv \
+  --options '{"TRNSTYPE": "SQRT"}'
+service_fails mtstran -900 transform --in data/air.csv --var air --carry date --out data/out.csv \
+  --options '{"CDLIST": {"CDTYPE": "ADD"}}'
+service_fails mtstran -996 transform --in data/air.csv --var air --carry air --out data/out.csv
+grep -q 'already has a variable air' <<<"$err" || fail "transform does not say why: $err"
+cmp -s data/out.csv tran-kept.csv || fail "a failed transform replaced its output"
+
 echo "ok"
