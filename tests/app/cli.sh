@@ -161,6 +161,30 @@ grep -q '^fmsd modout: modout succeeded, but its output could not be saved for .
   fail "unsaved output message: $err"
 [ -e r2.json ] && fail "an unsaved output left a result file"
 
+# ---- diagnose (service mtsscov) ------------------------------------------------------------
+# The air series has 12 values: of 24 lags asked, 11 are reported, a success with a notice.
+run diagnose --in air.csv --var air --nlags 24 --options '{"CORRPROB": 1}' --out data/diag.csv
+[ $rc -eq 0 ] || fail "diagnose exits $rc: $err"
+grep -q '^fmsd diagnose: .*notice: .*fewer lags' <<<"$err" || fail "diagnose gave no notice: $err"
+grep -q '^  "NLAGS": 11,$' <<<"$out" || fail "diagnose printed no result list: $out"
+grep -q '"SURREC": -99' <<<"$out" || fail "diagnose ran a seasonal test it was not asked for: $out"
+[ "$(head -1 data/diag.csv | tr ',' '\n' | wc -l)" -eq 24 ] || fail "diagnose output: $(head -1 data/diag.csv)"
+[ "$(wc -l <data/diag.csv)" -eq 13 ] || fail "diagnose rows: $(cat data/diag.csv)"
+grep -q '^0,12,' data/diag.csv || fail "diagnose lag 0: $(cat data/diag.csv)"
+
+run diagnose --in air.csv --var air --nlags 3 --out data/diag.csv --result r3.json
+[ $rc -eq 0 ] && [ -z "$out" ] && [ -z "$err" ] || fail "diagnose --nlags 3 exits $rc: $out $err"
+grep -q '"NNMSS": 12' r3.json || fail "diagnose result file: $(cat r3.json)"
+[ "$(head -1 data/diag.csv | tr ',' '\n' | wc -l)" -eq 18 ] || fail "diagnose output: $(head -1 data/diag.csv)"
+
+# A failed diagnose keeps the output that was there.
+cp data/diag.csv diag-kept.csv
+service_fails mtsscov -996 diagnose --in air.csv --var nosuch --nlags 3 --out data/diag.csv
+cmp -s data/diag.csv diag-kept.csv || fail "a failed diagnose replaced its output"
+printf 'date,air\n2000-01-01,\n' >empty.csv
+service_fails mtsscov -997 diagnose --in empty.csv --var air --nlags 3 --out data/diag.csv
+cmp -s data/diag.csv diag-kept.csv || fail "a failed diagnose replaced its output"
+
 # ---- transform: the treated series, its notices and its refusals ------------------------------
 run transform --in data/air.csv --var air --carry date --season 12 --options '{"DIF": 1}' --out data/dif.csv
 [ $rc -eq 0 ] && [ -z "$err" ] || fail "transform exits $rc: $err"
