@@ -7,6 +7,7 @@
 #include <optional>
 #include <system_error>
 
+#include "app/by.h"
 #include "app/inputs.h"
 #include "app/results.h"
 #include "app/service_call.h"
@@ -76,6 +77,18 @@ constexpr char kVarlistItems[] =
     "                B when absent\n"
     "  MODELTYPE     text: ADJONLY for a model of the adjustments only, whose adjustment\n"
     "                variables are then left out of the actual series\n";
+
+// Options of the commands that run for each group of rows.
+const std::vector<OptionSpec> kByOptions = {
+    {"by", "VARS", false, "run for each group of rows with equal values of these\nvariables (separated by commas); the rows must be in\nascending order of them"},
+    {"jobs", "N", false, "with --by: worker threads (default: one per processor)"},
+    {"progress", "WHEN", false, "with --by: a progress line on standard error: auto (the\ndefault: when standard error is a terminal), on or off"},
+    {"timing", "FILE", false, "with --by: write the run's counts and times to FILE as JSON"}};
+
+std::vector<OptionSpec> with_by(std::vector<OptionSpec> options) {
+  options.insert(options.end(), kByOptions.begin(), kByOptions.end());
+  return options;
+}
 
 constexpr char kIntervalExample[] = "\"INTERVALINFO\": {\"INTERVAL\": \"MONTH\", \"SINTERVAL\": \"YEAR\", \"NSEASONS\": 12}";
 
@@ -155,12 +168,12 @@ const std::vector<ServiceCommand>& table() {
         "both under their own names (service mtstran).  The treatments apply in this order:\n"
         "a transformation (forward or inverse), simple differences, seasonal differences,\n"
         "the percent change, and one component of a classical seasonal decomposition.\n",
-        {{"in", "DS", true, "the input data set"},
-         {"var", "NAME", true, "the numeric series to treat"},
-         {"carry", "NAME", true, "the numeric variable carried along unchanged"},
-         {"season", "S", false, "the season length, for seasonal differences and the\ndecomposition (default 0: none)"},
-         {"options", "P", false, "the option list (items below); without it the service\nis given no option list"},
-         {"out", "DS", true, "the output data set to write"}},
+        with_by({{"in", "DS", true, "the input data set"},
+                 {"var", "NAME", true, "the numeric series to treat"},
+                 {"carry", "NAME", true, "the numeric variable carried along unchanged"},
+                 {"season", "S", false, "the season length, for seasonal differences and the\ndecomposition (default 0: none)"},
+                 {"options", "P", false, "the option list (items below); without it the service\nis given no option list"},
+                 {"out", "DS", true, "the output data set to write"}}),
         "option list items (--options):\n"
         "  TRNSTYPE   text: LOG, SQRT, LOGIT or BOXCOX\n"
         "  TRNSOPT    text: INVERSE applies the inverse transformation\n"
@@ -191,13 +204,13 @@ const std::vector<ServiceCommand>& table() {
         "white-noise probabilities, and Dickey-Fuller unit-root and seasonal unit-root\n"
         "probabilities (service mtsscov).  It writes one row per lag to the output data set\n"
         "and prints a summary as a JSON result list.\n",
-        {{"in", "DS", true, "the input data set"},
-         {"var", "NAME", true, "the numeric series"},
-         {"nobs", "N", false, "read the first N observations only (default: all)"},
-         {"nlags", "L", false, "the largest lag to report; without it no correlation rows\nare written, and --options is needed"},
-         {"options", "P", false, "the option list (items below)"},
-         {"out", "DS", true, "the output data set to write"},
-         {"result", "FILE", false, "write the result list to FILE instead of standard output"}},
+        with_by({{"in", "DS", true, "the input data set"},
+                 {"var", "NAME", true, "the numeric series"},
+                 {"nobs", "N", false, "read the first N observations only (default: all)"},
+                 {"nlags", "L", false, "the largest lag to report; without it no correlation rows\nare written, and --options is needed"},
+                 {"options", "P", false, "the option list (items below)"},
+                 {"out", "DS", true, "the output data set to write"},
+                 {"result", "FILE", false, "write the result list (with --by, the array of the groups'\noutcomes) to FILE instead of standard output"}}),
         "option list items (--options):\n"
         "  CORRPROB   integer: 1 adds the significance probabilities of the correlations\n"
         "  UNITROOT   object: the unit-root test\n"
@@ -365,6 +378,65 @@ std::string result_text(const ServiceCommand& c, double code) {
 
 void report(const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); }
 
+// One group of a --by run, on a worker thread with that worker's host.
+GroupOutcome run_group(host::Host& host, const host::Module& module, const ServiceCommand& c,
+                       const OptionValues& values, const Prepared& p, const std::string& parameters, GroupData& data,
+                       const std::shared_ptr<const GroupTable>& rows) {
+  data.put(p.data_sets.at("in"), rows);
+  Prepared q{p.data_sets, p.shown, nullptr, nullptr};
+  if (!parameters.empty()) q.list = &host::json_to_list(host.lists(), parameters);
+  if (c.result_list) q.result = &host.lists().create();
+  host::Arguments a = arguments(c, values, q);
+  GroupOutcome o;
+  ServiceCall call(host, module, c.slot);
+  const ServiceTiming timing;
+  const std::optional<double> code = call.run(a);
+  timing.stop(o);
+  o.code = code ? *code : host::missing_value();
+  o.ok = code && *code >= 0;
+  const host::List* filled = o.ok ? filled_list(host, c, a, q) : nullptr;
+  if (filled != nullptr) o.list_json = host::list_to_json(*filled);
+  if (!o.ok) {
+    const std::string detail = call.detail();
+    call.finish(false);
+    o.message = std::string(c.service) + (code ? " failed with " + result_text(c, *code) : " set no result") +
+                (detail.empty() ? "" : "; host: " + detail);
+  } else if (!call.finish(true)) {
+    o.ok = false;
+    o.message = std::string(c.service) + " succeeded, but its output could not be saved; host: " + call.detail();
+  } else {
+    o.output = data.take(p.data_sets.at("out"));
+    if (*code > 0) o.message = result_text(c, *code);
+  }
+  if (filled != nullptr && filled != q.result && filled->parent() == nullptr)
+    host.lists().free(*host.lists().find(filled->id()));
+  if (q.result != nullptr) host.lists().free(*q.result);
+  if (q.list != nullptr) host.lists().free(*q.list);
+  return o;
+}
+
+int run_by(host::Host& host, const host::Module& module, const ServiceCommand& c, const OptionValues& values,
+           const Prepared& p) {
+  ByRun run;
+  run.command = c.spec.name;
+  run.by = by_names(values.get("by"));
+  run.input = p.data_sets.at("in");
+  run.input_shown = p.shown.at("in");
+  run.output = p.data_sets.at("out");
+  run.output_shown = p.shown.at("out");
+  for (const auto& [option, name] : p.data_sets) run.libraries.push_back(name.substr(0, name.find('.')));
+  if (const std::string* file = values.find("result")) run.result_file = *file;
+  if (const std::string* file = values.find("timing")) run.timing_file = *file;
+  if (const std::optional<long> jobs = values.integer("jobs", 1)) run.jobs = static_cast<unsigned>(*jobs);
+  if (const std::string* when = values.find("progress")) run.progress = progress_setting(*when);
+  // Each worker reads the parameters into its own host's lists.
+  const std::string parameters = p.list != nullptr ? host::list_to_json(*p.list) : std::string();
+  run.work = [&](host::Host& h, GroupData& data, const std::shared_ptr<const GroupTable>& rows) {
+    return run_group(h, module, c, values, p, parameters, data, rows);
+  };
+  return run_groups(host, run);
+}
+
 }  // namespace
 
 std::vector<const CommandSpec*> service_commands() {
@@ -387,6 +459,14 @@ int run_service_command(const CommandSpec& spec, const Settings& settings, const
     if (!n.data_set) check_variable(values, n.option);
   for (const char* option : {"season", "nobs", "nlags"}) count(values, option);
   check_result_file(values);
+  if (const std::string* by = values.find("by")) {
+    by_names(*by);
+    values.integer("jobs", 1);
+    if (const std::string* when = values.find("progress")) progress_setting(*when);
+  } else {
+    for (const char* option : {"jobs", "progress", "timing"})
+      if (values.find(option) != nullptr) throw UsageError("--" + std::string(option) + " goes with --by only");
+  }
 
   host::Host host;
   const Prepared p = prepare(host, c, settings, values);
@@ -398,6 +478,7 @@ int run_service_command(const CommandSpec& spec, const Settings& settings, const
     return 1;
   }
 
+  if (values.find("by") != nullptr) return run_by(host, *module, c, values, p);
   host::Arguments a = arguments(c, values, p);
   const std::string head = std::string("fmsd ") + spec.name + ": " + c.service;
   const std::string about = " for " + concerned(c, values, p);

@@ -17,7 +17,9 @@ namespace {
 
 // The contexts of the calls in progress; posargs and posretd follow no other.
 std::vector<CallContext*>& live_contexts() {
-  static std::vector<CallContext*> live;
+  // A call runs on one thread from start to end; contexts of calls on other
+  // threads are neither seen nor touched.
+  static thread_local std::vector<CallContext*> live;
   return live;
 }
 

@@ -13,7 +13,9 @@ namespace fmsd::host {
 
 namespace {
 
-Host* g_current = nullptr;
+// Per thread, so that a worker thread serving calls for a host of its own finds
+// that host in every host operation while other threads find theirs.
+thread_local Host* g_current = nullptr;
 
 // The word the default task block hands to registrations.
 constexpr fmsd_word kDefaultTaskWord = 0x7A5C;

@@ -72,6 +72,23 @@ class Pool {
   std::size_t live_bytes() const noexcept { return live_bytes_; }
   long allocations() const noexcept { return count_; }
 
+  // While a Divert is alive, what the module allocates or frees on this thread
+  // goes to `pool`, whichever pool object it reached it through.  The module
+  // finds the pool through the control block it was entered with, which belongs
+  // to the host that loaded it; a worker thread that serves calls for a host of
+  // its own diverts to that host's pool, so that its blocks and the failures
+  // xmemdef reports stay apart from other threads'.
+  class Divert {
+   public:
+    explicit Divert(Pool& pool) noexcept;
+    ~Divert();
+    Divert(const Divert&) = delete;
+    Divert& operator=(const Divert&) = delete;
+
+   private:
+    Pool* previous_;
+  };
+
   // What the module holds: the pool's two function words, then the way back here.
   struct Object {
     fmsd_pool abi;
@@ -107,7 +124,8 @@ class Host {
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
 
-  // The host that answers host operations now: the most recently created one alive.
+  // The host that answers host operations on this thread: the most recently
+  // created one alive on it.  A host is made, used and destroyed on one thread.
   static Host* current() noexcept;
 
   void* control_block() noexcept { return gcb_.data(); }

@@ -13,7 +13,13 @@ namespace {
 void* pool_alloc(fmsd_pool* pool, fmsd_word bytes, int flags) noexcept;
 int pool_free(fmsd_pool* pool, void* block, fmsd_word word, int flags) noexcept;
 
+thread_local Pool* t_diverted = nullptr;
+
 }  // namespace
+
+Pool::Divert::Divert(Pool& pool) noexcept : previous_(t_diverted) { t_diverted = &pool; }
+
+Pool::Divert::~Divert() { t_diverted = previous_; }
 
 Pool::Pool() : object_{{pool_alloc, pool_free}, this} {}
 
@@ -76,7 +82,9 @@ void Pool::clear_faults() noexcept { fault_ = Fault::None; }
 namespace {
 
 // The module's pool pointer is the first member of a Pool::Object.
-Pool* owner(fmsd_pool* pool) noexcept { return reinterpret_cast<Pool::Object*>(pool)->owner; }
+Pool* owner(fmsd_pool* pool) noexcept {
+  return t_diverted != nullptr ? t_diverted : reinterpret_cast<Pool::Object*>(pool)->owner;
+}
 
 void* pool_alloc(fmsd_pool* pool, fmsd_word bytes, int flags) noexcept {
   return pool != nullptr ? owner(pool)->allocate(bytes, flags) : nullptr;
