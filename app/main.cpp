@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "app/commands.h"
+#include "app/forecast.h"
 #include "app/options.h"
 #include "host/host.h"
 #include "host/json.h"
@@ -19,6 +20,7 @@ constexpr char kUsageHead[] =
     "commands:\n";
 
 constexpr char kUsageTail[] =
+    "  forecast   fit a regression forecasting model to one series and forecast it\n"
     "  info       load the module and show its image information and services\n"
     "  services   load the module and list the services it registers\n"
     "  --version  show the versions of fmsd and of the module\n"
@@ -162,6 +164,7 @@ int run(int argc, char** argv) {
     std::fprintf(stderr, "fmsd: %s\n%s", e.what(), usage().c_str());
     return 2;
   }
+  if (line.command == "forecast") return fmsd::app::run_forecast(line.settings, line.words, line.help);
   const fmsd::app::CommandSpec* command = fmsd::app::find_service_command(line.command);
   const bool known = command != nullptr || line.command == "info" || line.command == "services" ||
                      line.command == "--version";
