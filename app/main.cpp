@@ -6,6 +6,7 @@
 
 #include "app/commands.h"
 #include "app/forecast.h"
+#include "app/report.h"
 #include "app/options.h"
 #include "host/host.h"
 #include "host/json.h"
@@ -21,6 +22,7 @@ constexpr char kUsageHead[] =
 
 constexpr char kUsageTail[] =
     "  forecast   fit a regression forecasting model to one series and forecast it\n"
+    "  report     write a self-contained HTML report on one series\n"
     "  info       load the module and show its image information and services\n"
     "  services   load the module and list the services it registers\n"
     "  --version  show the versions of fmsd and of the module\n"
@@ -165,6 +167,7 @@ int run(int argc, char** argv) {
     return 2;
   }
   if (line.command == "forecast") return fmsd::app::run_forecast(line.settings, line.words, line.help);
+  if (line.command == "report") return fmsd::app::run_report(line.settings, line.words, line.help);
   const fmsd::app::CommandSpec* command = fmsd::app::find_service_command(line.command);
   const bool known = command != nullptr || line.command == "info" || line.command == "services" ||
                      line.command == "--version";

@@ -3,7 +3,8 @@
 # are not installed yet.  Nothing else is touched.
 set -euo pipefail
 
-packages=(g++ cmake ninja-build pkg-config binutils libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev python3)
+packages=(g++ cmake ninja-build pkg-config binutils libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev python3
+          python3-numpy python3-pandas python3-statsmodels python3-pil chromium)
 
 missing=()
 for p in "${packages[@]}"; do
