@@ -53,106 +53,6 @@ double thread_cpu_seconds() {
   return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
 }
 
-// ---- data sets in memory ------------------------------------------------------------------
-
-class GroupTableReader final : public host::Reader {
- public:
-  explicit GroupTableReader(std::shared_ptr<const GroupTable> table) : table_(std::move(table)) {}
-  const std::vector<host::Column>& columns() const override { return table_->columns; }
-  std::int64_t rows() const override { return static_cast<std::int64_t>(table_->rows); }
-  void select(const std::vector<bool>&) override {}
-  bool next(host::Cell* cells) override {
-    if (row_ == table_->rows) return false;
-    const std::size_t n = table_->columns.size();
-    const std::size_t at = row_ * n;
-    for (std::size_t j = 0; j < n; ++j) {
-      cells[j].number = table_->numbers[at + j];
-      cells[j].text = table_->columns[j].numeric ? std::string_view() : std::string_view(table_->texts[at + j]);
-    }
-    ++row_;
-    return true;
-  }
-  const std::string& error() const override { return error_; }
-  bool rewind() override {
-    row_ = 0;
-    return true;
-  }
-
- private:
-  std::shared_ptr<const GroupTable> table_;
-  std::size_t row_ = 0;
-  std::string error_;
-};
-
-class GroupLibrary;
-
-class GroupTableWriter final : public host::Writer {
- public:
-  GroupTableWriter(GroupLibrary& library, std::string member, std::vector<host::Column> columns)
-      : library_(library), member_(std::move(member)), table_(std::make_shared<GroupTable>()) {
-    table_->columns = std::move(columns);
-  }
-  bool write(const host::Cell* cells) override {
-    table_->add(cells);
-    return true;
-  }
-  bool commit() override;
-  void discard() noexcept override { table_.reset(); }
-  const std::string& error() const override { return error_; }
-
- private:
-  GroupLibrary& library_;
-  std::string member_;
-  std::shared_ptr<GroupTable> table_;
-  std::string error_;
-};
-
-// Members by lower-case name, as the file and database libraries compare them.
-class GroupLibrary final : public host::Library {
- public:
-  explicit GroupLibrary(std::string name) : name_(std::move(name)) {}
-  std::unique_ptr<host::Reader> open(const std::string& member, std::string& error) override {
-    auto it = members_.find(host::detail::lower(member));
-    if (it == members_.end()) {
-      error = "the group's data holds no member " + member;
-      return nullptr;
-    }
-    return std::make_unique<GroupTableReader>(it->second);
-  }
-  std::unique_ptr<host::Writer> create(const std::string& member, const std::vector<host::Column>& columns,
-                                       std::string&) override {
-    return std::make_unique<GroupTableWriter>(*this, host::detail::lower(member), columns);
-  }
-  std::string describe() const override { return "the group's data in library " + name_; }
-
-  void put(const std::string& member, std::shared_ptr<const GroupTable> table) {
-    members_[host::detail::lower(member)] = std::move(table);
-  }
-  std::shared_ptr<GroupTable> take(const std::string& member) {
-    auto it = saved_.find(host::detail::lower(member));
-    if (it == saved_.end()) return nullptr;
-    std::shared_ptr<GroupTable> table = std::move(it->second);
-    saved_.erase(it);
-    members_.erase(host::detail::lower(member));
-    return table;
-  }
-  void save(const std::string& member, std::shared_ptr<GroupTable> table) {
-    members_[member] = table;
-    saved_[member] = std::move(table);
-  }
-
- private:
-  std::string name_;
-  std::map<std::string, std::shared_ptr<const GroupTable>> members_;
-  std::map<std::string, std::shared_ptr<GroupTable>> saved_;
-};
-
-bool GroupTableWriter::commit() {
-  if (!table_) return false;
-  library_.save(member_, std::move(table_));
-  return true;
-}
-
 // ---- a worker: a host of its own on its own thread -------------------------------------------
 
 class Worker final : public GroupData {
@@ -160,19 +60,20 @@ class Worker final : public GroupData {
   explicit Worker(const std::vector<std::string>& libraries) : divert_(host_.pool()) {
     for (const std::string& name : libraries) {
       if (libraries_.count(upper(name)) != 0) continue;
-      auto library = std::make_unique<GroupLibrary>(upper(name));
-      libraries_[upper(name)] = library.get();
+      auto store = std::make_shared<MemoryStore>();
+      libraries_[upper(name)] = store;
       std::string error;
-      if (!host_.datasets().bind(name, std::move(library), error)) throw RunError(error);
+      if (!host_.datasets().bind(name, std::make_unique<MemoryLibrary>(store, "the group's data in library " + upper(name)), error))
+        throw RunError(error);
     }
   }
   host::Host& host() noexcept { return host_; }
 
-  void put(const std::string& dataset, std::shared_ptr<const GroupTable> rows) override {
+  void put(const std::string& dataset, std::shared_ptr<const Table> rows) override {
     const auto [library, member] = split(dataset);
     library->put(member, std::move(rows));
   }
-  std::shared_ptr<GroupTable> take(const std::string& dataset) override {
+  std::shared_ptr<const Table> take(const std::string& dataset) override {
     const auto [library, member] = split(dataset);
     return library->take(member);
   }
@@ -187,16 +88,16 @@ class Worker final : public GroupData {
   }
 
  private:
-  std::pair<GroupLibrary*, std::string> split(const std::string& dataset) const {
+  std::pair<MemoryStore*, std::string> split(const std::string& dataset) const {
     const std::size_t dot = dataset.find('.');
     auto it = libraries_.find(upper(dot == std::string::npos ? "WORK" : dataset.substr(0, dot)));
     if (it == libraries_.end()) throw RunError(dataset + " is not in a library the groups are held in");
-    return {it->second, dot == std::string::npos ? dataset : dataset.substr(dot + 1)};
+    return {it->second.get(), dot == std::string::npos ? dataset : dataset.substr(dot + 1)};
   }
 
   host::Host host_;
   host::Pool::Divert divert_;
-  std::map<std::string, GroupLibrary*> libraries_;
+  std::map<std::string, std::shared_ptr<MemoryStore>> libraries_;
 };
 
 // ---- groups of the input -------------------------------------------------------------------------
@@ -207,21 +108,11 @@ struct KeyValue {
 };
 using Key = std::vector<KeyValue>;
 
-int compare(const Key& a, const Key& b, const std::vector<bool>& numeric) {
-  for (std::size_t k = 0; k < a.size(); ++k) {
-    if (numeric[k]) {
-      const bool ma = host::is_missing(a[k].number) || std::isnan(a[k].number);
-      const bool mb = host::is_missing(b[k].number) || std::isnan(b[k].number);
-      if (ma || mb) {
-        if (ma != mb) return ma ? -1 : 1;
-        continue;
-      }
-      if (a[k].number != b[k].number) return a[k].number < b[k].number ? -1 : 1;
-    } else if (const int c = a[k].text.compare(b[k].text); c != 0) {
-      return c < 0 ? -1 : 1;
-    }
-  }
-  return 0;
+int compare_number(double a, double b) {
+  const bool ma = host::is_missing(a) || std::isnan(a);
+  const bool mb = host::is_missing(b) || std::isnan(b);
+  if (ma || mb) return ma == mb ? 0 : ma ? -1 : 1;
+  return a == b ? 0 : a < b ? -1 : 1;
 }
 
 class GroupReader {
@@ -245,23 +136,24 @@ class GroupReader {
   std::size_t rows_read() const noexcept { return rows_; }
 
   // The next group's key and rows; false after the last.
-  bool next(Key& key, std::shared_ptr<GroupTable>& rows) {
+  bool next(Key& key, std::shared_ptr<Table>& rows) {
     if (done_) return false;
     if (!ahead_ && !read()) return false;
     key = key_of();
-    rows = std::make_shared<GroupTable>();
+    rows = std::make_shared<Table>();
     rows->columns = in_.columns();
+    rows->numbers.reserve(last_size_);
     for (;;) {
       rows->add(cells_.data());
       if (!read()) break;
-      const Key following = key_of();
-      const int order = compare(following, key, numeric_);
+      const int order = order_of_row(key);
       if (order < 0)
         throw RunError("the input is not sorted by the BY variables: row " + std::to_string(rows_) + " (" +
-                       describe(following) + ") comes after " + describe(key) +
+                       describe(key_of()) + ") comes after " + describe(key) +
                        "; sort the rows by the BY variables in ascending order");
       if (order > 0) break;
     }
+    last_size_ = rows->numbers.size();
     return true;
   }
 
@@ -299,6 +191,16 @@ class GroupReader {
     ++rows_;
     return true;
   }
+  // Where the row just read goes against the group of `key`: before it, in it
+  // (0) or after it.
+  int order_of_row(const Key& key) const {
+    for (std::size_t k = 0; k < index_.size(); ++k) {
+      const host::Cell& cell = cells_[index_[k]];
+      const int c = numeric_[k] ? compare_number(cell.number, key[k].number) : cell.text.compare(key[k].text);
+      if (c != 0) return c < 0 ? -1 : 1;
+    }
+    return 0;
+  }
   Key key_of() const {
     Key key(index_.size());
     for (std::size_t k = 0; k < index_.size(); ++k) {
@@ -316,11 +218,48 @@ class GroupReader {
   std::vector<host::Column> by_columns_;
   std::vector<host::Cell> cells_;
   std::size_t rows_ = 0;
-  bool ahead_ = false;  // cells_ holds the first row of the next group
+  std::size_t last_size_ = 0;  // the previous group's cells, to size the next
+  bool ahead_ = false;         // cells_ holds the first row of the next group
   bool done_ = false;
 };
 
 // ---- the output: BY variables, then what the service wrote ----------------------------------------
+
+// A group's output rows as the output library writes them, made on the worker
+// so that the thread that reads the input only appends them.
+struct Formatted {
+  bool done = false;       // false: the library has no text form, or a value cannot be written
+  std::string text;
+  std::string unwritable;  // the value that cannot be written, and where
+};
+
+Formatted format_rows(const host::Library& library, const std::vector<host::Column>& by, const Key& key,
+                      const Table& rows) {
+  Formatted f;
+  std::vector<host::Column> columns = by;
+  columns.insert(columns.end(), rows.columns.begin(), rows.columns.end());
+  std::vector<host::Cell> cells(columns.size());
+  for (std::size_t k = 0; k < by.size(); ++k) {
+    cells[k].number = key[k].number;
+    cells[k].text = key[k].text;
+  }
+  const std::size_t n = rows.columns.size();
+  std::string why;
+  for (std::size_t r = 0; r < rows.rows; ++r) {
+    for (std::size_t j = 0; j < n; ++j) {
+      cells[by.size() + j].number = rows.numbers[r * n + j];
+      cells[by.size() + j].text =
+          rows.columns[j].numeric ? std::string_view() : std::string_view(rows.texts[r * n + j]);
+    }
+    if (!library.format_row(columns, cells.data(), f.text, why)) {
+      if (!why.empty()) f.unwritable = "row " + std::to_string(r + 1) + " of the group's output, " + why;
+      f.text.clear();
+      return f;
+    }
+  }
+  f.done = true;
+  return f;
+}
 
 class GroupWriter {
  public:
@@ -331,14 +270,21 @@ class GroupWriter {
   }
 
   // Empty when the rows were written; otherwise why this group's output cannot
-  // join the others (nothing of it is written).
-  std::string write(const Key& key, const GroupTable& rows) {
+  // join the others (nothing of it is written).  `formatted` holds the rows in
+  // the output's text form when a worker could make it, BY values first.
+  std::string write(const Key& key, const Table& rows, const Formatted& formatted) {
     if (!writer_) open(rows.columns);
     const auto& columns = rows.columns;
     if (columns.size() != expected_.size()) return "its output has other variables than the first group's";
     for (std::size_t j = 0; j < columns.size(); ++j)
       if (!same_name(columns[j].name, expected_[j].name) || columns[j].numeric != expected_[j].numeric)
         return "its output has other variables than the first group's";
+    if (!formatted.unwritable.empty()) throw RunError(shown_ + ": " + formatted.unwritable);
+    if (formatted.done) {
+      if (!writer_->write_text(formatted.text, static_cast<std::int64_t>(rows.rows)))
+        throw RunError(shown_ + ": " + writer_->error());
+      return {};
+    }
     const std::size_t n = columns.size();
     cells_.resize(by_.size() + n);
     for (std::size_t k = 0; k < by_.size(); ++k) {
@@ -403,9 +349,11 @@ class ResultArray {
         throw RunError(*path + ": cannot write the result file: " + std::strerror(errno));
       }
     }
-    std::fputs("[", out_);
   }
+  // Standard output cannot take back what it was given: a run that stops early
+  // still leaves it well-formed JSON (nothing at all before the first group).
   ~ResultArray() {
+    if (path_.empty() && !first_ && !finished_) std::fputs("\n]\n", out_);
     if (!temporary_.empty()) {
       if (out_ != nullptr) std::fclose(out_);
       ::unlink(temporary_.c_str());
@@ -413,13 +361,14 @@ class ResultArray {
   }
 
   void add(const std::string& line) {
-    std::fputs(first_ ? "\n  " : ",\n  ", out_);
+    std::fputs(first_ ? "[\n  " : ",\n  ", out_);
     std::fputs(line.c_str(), out_);
     first_ = false;
   }
   // Standard output is finished at once; a file is closed, ready for place().
   void finish() {
-    std::fputs(first_ ? "]\n" : "\n]\n", out_);
+    std::fputs(first_ ? "[]\n" : "\n]\n", out_);
+    finished_ = true;
     if (path_.empty()) {
       std::fflush(out_);
       return;
@@ -441,6 +390,7 @@ class ResultArray {
   std::FILE* out_ = nullptr;
   std::string path_, temporary_;
   bool first_ = true;
+  bool finished_ = false;
 };
 
 std::string json_number(double x) {
@@ -512,30 +462,19 @@ class Progress {
   double drawn_ = 0;
 };
 
+// A batch ends at this many groups or input cells, whichever comes first.
+constexpr std::size_t kBatchGroups = 16;
+constexpr std::size_t kBatchCells = 1 << 14;
+
 struct Queued {
   Key key;
   GroupOutcome outcome;
+  Formatted formatted;
 };
 
 }  // namespace
 
 // ---- shared pieces --------------------------------------------------------------------------------
-
-void GroupTable::add(const host::Cell* cells) {
-  const std::size_t n = columns.size();
-  const bool texts_too = has_texts();
-  for (std::size_t j = 0; j < n; ++j) {
-    numbers.push_back(columns[j].numeric ? cells[j].number : 0);
-    if (texts_too) texts.emplace_back(columns[j].numeric ? std::string_view() : cells[j].text);
-  }
-  ++rows;
-}
-
-bool GroupTable::has_texts() const noexcept {
-  for (const host::Column& c : columns)
-    if (!c.numeric) return true;
-  return false;
-}
 
 ServiceTiming::ServiceTiming()
     : wall_(std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count()),
@@ -546,6 +485,8 @@ void ServiceTiming::stop(GroupOutcome& outcome) const {
       std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count() - wall_;
   outcome.service_cpu_seconds += thread_cpu_seconds() - cpu_;
 }
+
+namespace {
 
 std::vector<std::string> by_names(const std::string& text) {
   std::vector<std::string> names;
@@ -571,6 +512,39 @@ int progress_setting(const std::string& text) {
   if (text == "off") return 0;
   if (text == "auto") return -1;
   throw UsageError("--progress wants auto, on or off, not '" + text + "'");
+}
+
+// Options of the commands that run for each group of rows.
+const std::vector<OptionSpec> kByOptions = {
+    {"by", "VARS", false, "run for each group of rows with equal values of these\nvariables (separated by commas); the rows must be in\nascending order of them"},
+    {"jobs", "N", false, "with --by: worker threads (default: one per processor)"},
+    {"progress", "WHEN", false, "with --by: a progress line on standard error: auto (the\ndefault: when standard error is a terminal), on or off"},
+    {"timing", "FILE", false, "with --by: write the run's counts and times to FILE as JSON"}};
+
+}  // namespace
+
+std::vector<OptionSpec> with_by(std::vector<OptionSpec> options) {
+  options.insert(options.end(), kByOptions.begin(), kByOptions.end());
+  return options;
+}
+
+void check_by_options(const OptionValues& values) {
+  if (const std::string* by = values.find("by")) {
+    by_names(*by);
+    values.integer("jobs", 1);
+    if (const std::string* when = values.find("progress")) progress_setting(*when);
+  } else {
+    for (const char* option : {"jobs", "progress", "timing"})
+      if (values.find(option) != nullptr) throw UsageError("--" + std::string(option) + " goes with --by only");
+  }
+}
+
+void apply_by_options(const OptionValues& values, ByRun& run) {
+  run.by = by_names(values.get("by"));
+  if (const std::string* file = values.find("result")) run.result_file = *file;
+  if (const std::string* file = values.find("timing")) run.timing_file = *file;
+  if (const std::optional<long> jobs = values.integer("jobs", 1)) run.jobs = static_cast<unsigned>(*jobs);
+  if (const std::string* when = values.find("progress")) run.progress = progress_setting(*when);
 }
 
 // ---- the run ----------------------------------------------------------------------------------------
@@ -610,17 +584,16 @@ int run_groups(host::Host& host, const ByRun& run) {
   try {
     GroupWriter writer(*output_library, out_member, run.output_shown, groups.by_columns());
     ResultArray results(run.result_file);
-    OrderedPool<Queued> pool(
+    OrderedPool<std::vector<Queued>> pool(
         jobs, [&](unsigned w) { workers[w] = std::make_unique<Worker>(run.libraries); },
         [&](unsigned w) { workers[w].reset(); });
 
-    const auto settle = [&] {
-      Queued q = pool.next();
+    const auto settle_one = [&](Queued& q) {
       GroupOutcome& o = q.outcome;
       service_seconds += o.service_seconds;
       service_cpu_seconds += o.service_cpu_seconds;
       if (o.ok && o.output) {
-        if (std::string why = writer.write(q.key, *o.output); !why.empty()) {
+        if (std::string why = writer.write(q.key, *o.output, q.formatted); !why.empty()) {
           o.ok = false;
           o.message = why;
         }
@@ -648,26 +621,50 @@ int run_groups(host::Host& host, const ByRun& run) {
       }
       progress.update(done, failed, groups.rows_read());
     };
+    const auto settle = [&] {
+      std::vector<Queued> batch = pool.next();
+      for (Queued& q : batch) settle_one(q);
+    };
 
-    Key key;
-    std::shared_ptr<GroupTable> rows;
-    while (groups.next(key, rows)) {
-      while (pool.pending() >= window) settle();
-      pool.submit([&workers, &run, key, rows = std::shared_ptr<const GroupTable>(std::move(rows))](unsigned w) {
+    // Small groups go to the workers a batch at a time: handing over each one
+    // alone would cost the threads about as much as a small group's work.
+    std::vector<std::pair<Key, std::shared_ptr<const Table>>> batch;
+    std::size_t batch_cells = 0;
+    const auto submit = [&] {
+      pool.submit([&workers, &run, &groups, output_library, batch = std::move(batch)](unsigned w) {
         Worker& worker = *workers[w];
-        Queued q{key, {}};
-        try {
-          q.outcome = run.work(worker.host(), worker, rows);
-        } catch (const std::exception& e) {
-          q.outcome = GroupOutcome{};
-          q.outcome.code = host::missing_value();
-          q.outcome.message = e.what();
+        std::vector<Queued> done_here(batch.size());
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+          const auto& [key, rows] = batch[i];
+          Queued& q = done_here[i];
+          q.key = key;
+          try {
+            q.outcome = run.work(worker.host(), worker, rows);
+            if (q.outcome.ok && q.outcome.output)
+              q.formatted = format_rows(*output_library, groups.by_columns(), key, *q.outcome.output);
+          } catch (const std::exception& e) {
+            q.outcome = GroupOutcome{};
+            q.outcome.code = host::missing_value();
+            q.outcome.message = e.what();
+          }
+          worker.tidy();
         }
-        worker.tidy();
-        return q;
+        return done_here;
       });
+      batch.clear();
+      batch_cells = 0;
+    };
+    Key key;
+    std::shared_ptr<Table> rows;
+    while (groups.next(key, rows)) {
+      batch_cells += rows->numbers.size();
+      batch.emplace_back(std::move(key), std::move(rows));
+      if (batch.size() < kBatchGroups && batch_cells < kBatchCells) continue;
+      while (pool.pending() >= window) settle();
+      submit();
       progress.update(done, failed, groups.rows_read());
     }
+    if (!batch.empty()) submit();
     while (pool.pending() > 0) settle();
     progress.finish(done, failed, groups.rows_read());
     if (done == 0) throw RunError(run.input_shown + " has no rows");

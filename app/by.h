@@ -4,6 +4,9 @@
 // the input's own name; the groups' outputs are written in group order into one
 // output data set, the BY variables first, and each group's outcome goes into a
 // JSON array.  A group that fails is reported and left out; the others go on.
+// Where the output library has a text form (CSV), the workers also format their
+// groups' rows, so that the reading thread, which bounds a large run, only
+// parses the input and appends finished text.
 //
 // The rows must come in ascending order of the BY variables (numbers by value,
 // missing first; texts byte by byte), so that memory holds a bounded number of
@@ -17,7 +20,8 @@
 #include <string>
 #include <vector>
 
-#include "host/storage.h"
+#include "app/memory_library.h"
+#include "app/options.h"
 
 namespace fmsd::host {
 class Arguments;
@@ -28,17 +32,6 @@ class Module;
 
 namespace fmsd::app {
 
-// The rows of a data set held in memory.
-struct GroupTable {
-  std::vector<host::Column> columns;
-  std::vector<double> numbers;     // row by row, a slot per column (unused for texts)
-  std::vector<std::string> texts;  // row by row, a slot per column, when any column is a text
-  std::size_t rows = 0;
-
-  void add(const host::Cell* cells);
-  bool has_texts() const noexcept;
-};
-
 // A worker's view of the data: the group's input and the outputs the service
 // writes, held in libraries of the worker's own host that carry the names the
 // command line gave.
@@ -46,20 +39,20 @@ class GroupData {
  public:
   virtual ~GroupData() = default;
   // What the service will read as LIB.MEMBER.
-  virtual void put(const std::string& dataset, std::shared_ptr<const GroupTable> rows) = 0;
+  virtual void put(const std::string& dataset, std::shared_ptr<const Table> rows) = 0;
   // What the service wrote and saved as LIB.MEMBER, or null; taking it forgets it.
-  virtual std::shared_ptr<GroupTable> take(const std::string& dataset) = 0;
+  virtual std::shared_ptr<const Table> take(const std::string& dataset) = 0;
 };
 
 // What one group's work came to.
 struct GroupOutcome {
   bool ok = false;
   double code = 0;
-  std::string message;             // why it failed, or a notice for a success
-  std::shared_ptr<GroupTable> output;   // rows to write after the BY variables
-  std::string list_json;           // the result list, one line, or empty
-  double service_seconds = 0;      // wall time inside the service calls
-  double service_cpu_seconds = 0;  // this thread's processor time inside them
+  std::string message;                  // why it failed, or a notice for a success
+  std::shared_ptr<const Table> output;  // rows to write after the BY variables
+  std::string list_json;                // the result list, one line, or empty
+  double service_seconds = 0;           // wall time inside the service calls
+  double service_cpu_seconds = 0;       // this thread's processor time inside them
 };
 
 struct ByRun {
@@ -74,7 +67,7 @@ struct ByRun {
   int progress = -1;                   // 1 on, 0 off, -1 when standard error is a terminal
   // Runs on a worker thread with that worker's host (current on the thread, its
   // pool the one the module allocates from) and its data.
-  std::function<GroupOutcome(host::Host&, GroupData&, const std::shared_ptr<const GroupTable>&)> work;
+  std::function<GroupOutcome(host::Host&, GroupData&, const std::shared_ptr<const Table>&)> work;
 };
 
 // Reads the input through `host` (the libraries bound as the command line
@@ -93,10 +86,13 @@ struct ServiceTiming {
   double wall_, cpu_;
 };
 
-// The BY variable names of --by: separated by commas or blanks.
-std::vector<std::string> by_names(const std::string& text);
-// --progress: 1 on, 0 off, -1 auto.
-int progress_setting(const std::string& text);
+// A command's options with --by, --jobs, --progress and --timing added.
+std::vector<OptionSpec> with_by(std::vector<OptionSpec> options);
+// Checks those options before anything runs: UsageError for a bad value, or
+// for --jobs, --progress or --timing without --by.
+void check_by_options(const OptionValues& values);
+// What those options and --result say about a run.
+void apply_by_options(const OptionValues& values, ByRun& run);
 
 }  // namespace fmsd::app
 

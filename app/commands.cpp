@@ -78,18 +78,6 @@ constexpr char kVarlistItems[] =
     "  MODELTYPE     text: ADJONLY for a model of the adjustments only, whose adjustment\n"
     "                variables are then left out of the actual series\n";
 
-// Options of the commands that run for each group of rows.
-const std::vector<OptionSpec> kByOptions = {
-    {"by", "VARS", false, "run for each group of rows with equal values of these\nvariables (separated by commas); the rows must be in\nascending order of them"},
-    {"jobs", "N", false, "with --by: worker threads (default: one per processor)"},
-    {"progress", "WHEN", false, "with --by: a progress line on standard error: auto (the\ndefault: when standard error is a terminal), on or off"},
-    {"timing", "FILE", false, "with --by: write the run's counts and times to FILE as JSON"}};
-
-std::vector<OptionSpec> with_by(std::vector<OptionSpec> options) {
-  options.insert(options.end(), kByOptions.begin(), kByOptions.end());
-  return options;
-}
-
 constexpr char kIntervalExample[] = "\"INTERVALINFO\": {\"INTERVAL\": \"MONTH\", \"SINTERVAL\": \"YEAR\", \"NSEASONS\": 12}";
 
 const std::vector<ServiceCommand>& table() {
@@ -381,7 +369,7 @@ void report(const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()
 // One group of a --by run, on a worker thread with that worker's host.
 GroupOutcome run_group(host::Host& host, const host::Module& module, const ServiceCommand& c,
                        const OptionValues& values, const Prepared& p, const std::string& parameters, GroupData& data,
-                       const std::shared_ptr<const GroupTable>& rows) {
+                       const std::shared_ptr<const Table>& rows) {
   data.put(p.data_sets.at("in"), rows);
   Prepared q{p.data_sets, p.shown, nullptr, nullptr};
   if (!parameters.empty()) q.list = &host::json_to_list(host.lists(), parameters);
@@ -419,19 +407,15 @@ int run_by(host::Host& host, const host::Module& module, const ServiceCommand& c
            const Prepared& p) {
   ByRun run;
   run.command = c.spec.name;
-  run.by = by_names(values.get("by"));
   run.input = p.data_sets.at("in");
   run.input_shown = p.shown.at("in");
   run.output = p.data_sets.at("out");
   run.output_shown = p.shown.at("out");
   for (const auto& [option, name] : p.data_sets) run.libraries.push_back(name.substr(0, name.find('.')));
-  if (const std::string* file = values.find("result")) run.result_file = *file;
-  if (const std::string* file = values.find("timing")) run.timing_file = *file;
-  if (const std::optional<long> jobs = values.integer("jobs", 1)) run.jobs = static_cast<unsigned>(*jobs);
-  if (const std::string* when = values.find("progress")) run.progress = progress_setting(*when);
+  apply_by_options(values, run);
   // Each worker reads the parameters into its own host's lists.
   const std::string parameters = p.list != nullptr ? host::list_to_json(*p.list) : std::string();
-  run.work = [&](host::Host& h, GroupData& data, const std::shared_ptr<const GroupTable>& rows) {
+  run.work = [&](host::Host& h, GroupData& data, const std::shared_ptr<const Table>& rows) {
     return run_group(h, module, c, values, p, parameters, data, rows);
   };
   return run_groups(host, run);
@@ -459,14 +443,7 @@ int run_service_command(const CommandSpec& spec, const Settings& settings, const
     if (!n.data_set) check_variable(values, n.option);
   for (const char* option : {"season", "nobs", "nlags"}) count(values, option);
   check_result_file(values);
-  if (const std::string* by = values.find("by")) {
-    by_names(*by);
-    values.integer("jobs", 1);
-    if (const std::string* when = values.find("progress")) progress_setting(*when);
-  } else {
-    for (const char* option : {"jobs", "progress", "timing"})
-      if (values.find(option) != nullptr) throw UsageError("--" + std::string(option) + " goes with --by only");
-  }
+  check_by_options(values);
 
   host::Host host;
   const Prepared p = prepare(host, c, settings, values);

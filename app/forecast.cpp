@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "app/by.h"
 #include "app/commands.h"
 #include "app/inputs.h"
 #include "app/memory_library.h"
@@ -87,7 +88,7 @@ const CommandSpec& spec() {
       "of fit over the evaluation range.  The output data set has one row per time point\n"
       "from the fit start to the end of the forecast lead; the result list (JSON) holds\n"
       "the statistics of fit and the estimates.  docs/FORECAST.md describes the model.\n",
-      {{"in", "DS", true, "the input data set, one row per time point in time order"},
+      with_by({{"in", "DS", true, "the input data set, one row per time point in time order"},
        {"id", "NAME", true, "the time ID variable"},
        {"var", "NAME", true, "the series to forecast"},
        {"interval", "I", true,
@@ -116,7 +117,8 @@ const CommandSpec& spec() {
         "LOG, SQRT, LOGIT or BOXCOX, with its parameter after a\ncolon (LOG:1 for ln(x + 1), BOXCOX:0.5)"},
        {"back", "B", false, "how forecasts are turned back: MEAN (default), MEDIAN\nor INVERSE"},
        {"level", "L", false, "the confidence level of the limits (default 0.95)"},
-       {"result", "FILE", false, "write the result list to FILE instead of standard output"}},
+       {"result", "FILE", false,
+        "write the result list (with --by, the array of the groups'\noutcomes) to FILE instead of standard output"}}),
       "times (T): YYYY-MM-DD, YYYY-MM-DDThh:mm[:ss], or a plain time ID number; a start\n"
       "  inside an interval means the whole interval.  Keywords may be written in either\n"
       "  case, and a list is written with commas and no spaces.\n"
@@ -422,7 +424,7 @@ Fitted fit(const ForecastModel& model, const Table& data, const std::vector<Regr
       if (same(data.columns[i].name, name)) return i;
     throw SeriesError("the model data lack " + name);
   };
-  const std::size_t rows = data.rows.size();
+  const std::size_t rows = data.rows;
   if (rows != static_cast<std::size_t>(r.n + r.lead))
     throw SeriesError("the model data hold " + std::to_string(rows) + " rows, not " + std::to_string(r.n + r.lead));
   const std::size_t y_at = column(model.var);
@@ -432,7 +434,7 @@ Fitted fit(const ForecastModel& model, const Table& data, const std::vector<Regr
 
   // Each row's regressors; NaN marks a row with a missing regressor.
   auto value = [&](std::size_t row, std::size_t col) {
-    const double v = std::get<double>(data.rows[row][col]);
+    const double v = data.number(row, col);
     return host::is_missing(v) ? NAN : v;
   };
   std::vector<double> matrix(rows * static_cast<std::size_t>(p));
@@ -616,7 +618,7 @@ ForecastModel forecast_model(const OptionValues& values) {
 }
 
 SeriesForecast forecast_series(host::Host& host, const host::Module& module, const ForecastModel& model,
-                               const std::string& input, const std::string& output) {
+                               const std::string& input, const std::string& output, int indent) {
   SeriesForecast outcome;
   try {
     const Calendar cal(module);
@@ -670,35 +672,37 @@ SeriesForecast forecast_series(host::Host& host, const host::Module& module, con
       ServiceCall call(host, module, kModdata);
       const std::optional<double> code = call.run(a);
       if (!code || *code < 0) {
+        outcome.code = code;
         const std::string why = service_failure("moddata", code, call);
         call.finish(false);
         throw SeriesError(why);
       }
       if (!call.finish(true)) throw SeriesError("the model data could not be kept: " + call.detail());
     }
-    const Table* data = store->find("MODEL");
+    const std::shared_ptr<const Table> data = store->find("MODEL");
     if (data == nullptr) throw SeriesError("moddata wrote no model data");
     const Fitted f = fit(model, *data, regs, r);
 
     // The forecasts, in the layout the model output service reads.
-    Table fc;
+    auto fc = std::make_shared<Table>();
     std::size_t id_at = 0;
     for (std::size_t i = 0; i < data->columns.size(); ++i)
       if (same(data->columns[i].name, s.id_name)) id_at = i;
-    fc.columns.push_back(data->columns[id_at]);
+    fc->columns.push_back(data->columns[id_at]);
     for (const char* name : {"_FCP", "_FCL", "_FCU", "_FCS", "_FCR", "_FCQ"}) {
       host::Column c;
       c.name = name;
-      fc.columns.push_back(c);
+      fc->columns.push_back(c);
     }
     const double missing = host::missing_value();
-    for (std::size_t i = 0; i < data->rows.size(); ++i) {
+    for (std::size_t i = 0; i < data->rows; ++i) {
       const double p = f.predict[i], sd = f.std[i];
       const bool present = !host::is_missing(p);
-      fc.rows.push_back({data->rows[i][id_at], p, present ? p - f.tq * sd : missing, present ? p + f.tq * sd : missing,
-                         sd, f.residual[i], sd});
+      fc->numbers.insert(fc->numbers.end(), {data->number(i, id_at), p, present ? p - f.tq * sd : missing,
+                                             present ? p + f.tq * sd : missing, sd, f.residual[i], sd});
+      ++fc->rows;
     }
-    store->tables["FORECAST"] = std::move(fc);
+    store->put("FORECAST", std::move(fc));
 
     // Back to the original scale, with the statistics of fit.
     std::string varlist = "[" + entry(s.id_name, s.id_name, "TIMEID") + ", " + entry(s.var_name, s.var_name, "ACTUAL");
@@ -723,6 +727,7 @@ SeriesForecast forecast_series(host::Host& host, const host::Module& module, con
     a.word(0).word(params.get().id()).text(model_data).text(forecasts).text(output).word(result.get().id());
     outcome.output = std::make_unique<ServiceCall>(host, module, kModout);
     const std::optional<double> code = outcome.output->run(a);
+    outcome.code = code;  // the service's result, when the host did not fail first
     if (!code || *code < 0) {
       const std::string why = service_failure("modout", code, *outcome.output);
       outcome.output->finish(false);
@@ -731,7 +736,7 @@ SeriesForecast forecast_series(host::Host& host, const host::Module& module, con
     }
     host::List& model_list = host::json_to_list(host.lists(), f.model_json);
     host.lists().insert(result.get(), -1, "MODEL", host::Value::list(model_list));
-    outcome.result_json = host::list_to_json(result.get(), 2) + "\n";
+    outcome.result_json = host::list_to_json(result.get(), indent);
     outcome.ok = true;
   } catch (const SeriesError& e) {
     outcome.error = e.what();
@@ -752,6 +757,7 @@ int run_forecast(const Settings& settings, const std::vector<std::string>& words
   try {
     const OptionValues values = parse_options(command, words);
     const ForecastModel model = forecast_model(values);
+    check_by_options(values);
     if (const std::string* file = values.find("result")) {
       namespace fs = std::filesystem;
       std::error_code ec;
@@ -766,15 +772,43 @@ int run_forecast(const Settings& settings, const std::vector<std::string>& words
     std::vector<DataSetName> data_sets = {{"--in", values.get("in"), {}, false},
                                           {"--out", values.get("out"), {}, false}};
     names.resolve(data_sets);
-    const std::string about =
-        " for input " + (data_sets[0].path ? data_sets[0].given + " (" + data_sets[0].name + ")" : data_sets[0].name) +
-        ", output " + (data_sets[1].path ? data_sets[1].given + " (" + data_sets[1].name + ")" : data_sets[1].name);
+    const auto shown = [](const DataSetName& d) { return d.path ? d.given + " (" + d.name + ")" : d.name; };
+    const std::string about = " for input " + shown(data_sets[0]) + ", output " + shown(data_sets[1]);
     std::string error;
     const std::string path = settings.module_path.empty() ? host::default_module_path() : settings.module_path;
     const std::unique_ptr<host::Module> module = host::Module::load(host, path, error);
     if (!module) {
       std::fprintf(stderr, "fmsd: cannot use the module: %s\n", error.c_str());
       return 1;
+    }
+    if (values.find("by") != nullptr) {
+      ByRun run;
+      run.command = "forecast";
+      run.input = data_sets[0].name;
+      run.input_shown = shown(data_sets[0]);
+      run.output = data_sets[1].name;
+      run.output_shown = shown(data_sets[1]);
+      for (const DataSetName& d : data_sets) run.libraries.push_back(d.name.substr(0, d.name.find('.')));
+      apply_by_options(values, run);
+      run.work = [&](host::Host& h, GroupData& data, const std::shared_ptr<const Table>& rows) {
+        data.put(run.input, rows);
+        GroupOutcome o;
+        const ServiceTiming timing;
+        SeriesForecast g = forecast_series(h, *module, model, run.input, run.output, 0);
+        timing.stop(o);
+        o.code = g.code ? *g.code : host::missing_value();
+        if (!g.ok) {
+          o.message = g.error;
+        } else if (!g.output->finish(true)) {
+          o.message = "the output could not be saved; host: " + g.output->detail();
+        } else {
+          o.ok = true;
+          o.list_json = std::move(g.result_json);
+          o.output = data.take(run.output);
+        }
+        return o;
+      };
+      return run_groups(host, run);
     }
     SeriesForecast f = forecast_series(host, *module, model, data_sets[0].name, data_sets[1].name);
     if (!f.ok) {
@@ -784,7 +818,7 @@ int run_forecast(const Settings& settings, const std::vector<std::string>& words
     std::optional<ResultFile> file;
     if (const std::string* name = values.find("result")) {
       file.emplace(*name);
-      if (!file->stage(f.result_json)) {
+      if (!file->stage(f.result_json + "\n")) {
         f.output->finish(false);
         std::fprintf(stderr, "fmsd forecast: the result file cannot be written: %s; nothing was saved\n",
                      file->error().c_str());
@@ -800,7 +834,7 @@ int run_forecast(const Settings& settings, const std::vector<std::string>& words
       std::fprintf(stderr, "fmsd forecast: the output was saved, but %s\n", file->error().c_str());
       return 1;
     }
-    if (!file) std::fputs(f.result_json.c_str(), stdout);
+    if (!file) std::fputs((f.result_json + "\n").c_str(), stdout);
     return 0;
   } catch (const UsageError& e) {
     std::fprintf(stderr, "fmsd forecast: %s\n%s(fmsd forecast --help tells more)\n", e.what(),

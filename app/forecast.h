@@ -68,6 +68,9 @@ struct SeriesForecast {
   bool ok = false;
   std::string error;        // on failure, what went wrong, in one line
   std::string result_json;  // the result list (statistics of fit and the estimates)
+  // The result of the service that failed, or of the model output service on
+  // success; absent when the host found the failure.
+  std::optional<double> code;
   // The model output call, whose output data set is held back: finish(true)
   // saves it, and dropping the call discards it.
   std::unique_ptr<ServiceCall> output;
@@ -76,8 +79,9 @@ struct SeriesForecast {
 // Forecasts the series in data set `input` into data set `output` (both
 // LIB.MEMBER names of bound libraries).  It keeps no state between calls, and
 // uses a library named _FCMEM of the host for the data sets between the services.
+// The result list is written with `indent` spaces a level, or on one line.
 SeriesForecast forecast_series(host::Host& host, const host::Module& module, const ForecastModel& model,
-                               const std::string& input, const std::string& output);
+                               const std::string& input, const std::string& output, int indent = 2);
 
 // The command: parses the words after "forecast" and returns the exit status.
 int run_forecast(const Settings& settings, const std::vector<std::string>& words, bool help);

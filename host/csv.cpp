@@ -795,6 +795,7 @@ class CsvWriter final : public Writer {
   }
 
   bool write(const Cell* cells) override;
+  bool write_text(std::string_view rows, std::int64_t count) override;
   bool commit() override;
   void discard() noexcept override {
     if (fd_ >= 0) ::close(fd_);
@@ -843,51 +844,81 @@ class CsvWriter final : public Writer {
   bool open_ = true;
 };
 
+// The cells of a row as a member holds them.  A text is quoted, its quotes
+// doubled: at most 2 * size + 3 bytes with the comma before it.
+char* put_text(std::string_view text, bool first, char* p) noexcept {
+  if (!first) *p++ = ',';
+  *p++ = '"';
+  for (char ch : text) {
+    if (ch == '"') *p++ = '"';
+    *p++ = ch;
+  }
+  *p++ = '"';
+  return p;
+}
+
+constexpr std::size_t kNumberRoom = detail::kDateTimeChars + 1;
+
+// A number in at most kNumberRoom bytes; null when a date or datetime is outside
+// the calendar.  An empty line would be skipped on reading, so a missing value
+// alone on its row is written as a dot.
+char* put_number(const Column& c, double x, bool first, bool alone, char* p) noexcept {
+  if (!first) *p++ = ',';
+  if (is_missing(x)) {
+    if (alone) *p++ = '.';
+    return p;
+  }
+  return c.form == Form::Date       ? detail::format_date(x, p)
+         : c.form == Form::DateTime ? detail::format_datetime(x, 'T', p)
+                                    : std::to_chars(p, p + 32, x).ptr;
+}
+
+std::string unshowable(const Column& c, std::size_t j, double x) {
+  char text[32];
+  *std::to_chars(text, text + sizeof text, x).ptr = '\0';
+  return "column " + std::to_string(j + 1) + " (" + c.name + "): " + text + " is not a " +
+         (c.form == Form::Date ? "date" : "datetime") + " in the calendar (1582 to 20000)";
+}
+
 bool CsvWriter::write(const Cell* cells) {
   if (!open_) {
     if (error_.empty()) error_ = target_ + ": the member has been written already";
     return false;
   }
   ++rows_;
-  // An empty line would be skipped on reading, so a missing value alone on its
-  // row is written as a dot.
   const bool alone = columns_.size() == 1;
   for (std::size_t j = 0; j < columns_.size(); ++j) {
     const Column& c = columns_[j];
     const Cell& cell = cells[j];
-    if (!c.numeric) {
-      char* p = room(2 * cell.text.size() + 3);
-      if (j > 0) *p++ = ',';
-      *p++ = '"';
-      for (char ch : cell.text) {
-        if (ch == '"') *p++ = '"';
-        *p++ = ch;
-      }
-      *p++ = '"';
-      used_ = static_cast<std::size_t>(p - out_.get());
-      continue;
-    }
-    char* p = room(detail::kDateTimeChars + 1);
-    if (j > 0) *p++ = ',';
-    if (is_missing(cell.number)) {
-      if (alone) *p++ = '.';
-    } else {
-      char* q = c.form == Form::Date       ? detail::format_date(cell.number, p)
-                : c.form == Form::DateTime ? detail::format_datetime(cell.number, 'T', p)
-                                           : std::to_chars(p, p + 32, cell.number).ptr;
-      if (q == nullptr) {
-        char text[32];
-        *std::to_chars(text, text + sizeof text, cell.number).ptr = '\0';
-        return fail(target_ + ": row " + std::to_string(rows_) + ", column " + std::to_string(j + 1) + " (" +
-                    c.name + "): " + text + " is not a " + (c.form == Form::Date ? "date" : "datetime") +
-                    " in the calendar (1582 to 20000)");
-      }
-      p = q;
-    }
+    char* p = c.numeric ? put_number(c, cell.number, j == 0, alone, room(kNumberRoom))
+                        : put_text(cell.text, j == 0, room(2 * cell.text.size() + 3));
+    if (p == nullptr) return fail(target_ + ": row " + std::to_string(rows_) + ", " + unshowable(c, j, cell.number));
     used_ = static_cast<std::size_t>(p - out_.get());
   }
   *room(1) = '\n';
   ++used_;
+  return open_;
+}
+
+bool CsvWriter::write_text(std::string_view rows, std::int64_t count) {
+  if (!open_) {
+    if (error_.empty()) error_ = target_ + ": the member has been written already";
+    return false;
+  }
+  rows_ += count;
+  if (rows.size() <= size_) {
+    std::memcpy(room(rows.size()), rows.data(), rows.size());
+    used_ += rows.size();
+    return open_;
+  }
+  // Longer than the buffer: straight to the file after what the buffer holds.
+  if (!flush()) return false;
+  for (std::size_t done = 0; done < rows.size();) {
+    const ssize_t n = ::write(fd_, rows.data() + done, rows.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return fail(target_ + ": cannot write the new member: " + system_error(errno));
+    done += static_cast<std::size_t>(n);
+  }
   return open_;
 }
 
@@ -981,6 +1012,9 @@ class CsvLibrary final : public Library {
 
   std::string describe() const override { return directory_; }
 
+  bool format_row(const std::vector<Column>& columns, const Cell* cells, std::string& out,
+                  std::string& why) const override;
+
  private:
   bool check(const std::string& member, std::string& error) const {
     if (valid_member_name(member)) return true;
@@ -1010,6 +1044,31 @@ class CsvLibrary final : public Library {
   std::string directory_;
   unsigned serial_ = 0;
 };
+
+bool CsvLibrary::format_row(const std::vector<Column>& columns, const Cell* cells, std::string& out,
+                            std::string& why) const {
+  const std::size_t at = out.size();
+  const bool alone = columns.size() == 1;
+  char number[kNumberRoom];
+  for (std::size_t j = 0; j < columns.size(); ++j) {
+    const Column& c = columns[j];
+    if (!c.numeric) {
+      const std::size_t before = out.size();
+      out.resize(before + 2 * cells[j].text.size() + 3);
+      out.resize(static_cast<std::size_t>(put_text(cells[j].text, j == 0, out.data() + before) - out.data()));
+      continue;
+    }
+    const char* end = put_number(c, cells[j].number, j == 0, alone, number);
+    if (end == nullptr) {
+      out.resize(at);
+      why = unshowable(c, j, cells[j].number);
+      return false;
+    }
+    out.append(number, static_cast<std::size_t>(end - number));
+  }
+  out += '\n';
+  return true;
+}
 
 }  // namespace
 

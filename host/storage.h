@@ -51,6 +51,14 @@ class Writer {
  public:
   virtual ~Writer() = default;
   virtual bool write(const Cell* cells) = 0;
+  // `count` rows already in the member's text form, as the library's
+  // format_row() made them: a caller can format rows on other threads and only
+  // append them here.  False where the writer has no text form.
+  virtual bool write_text(std::string_view rows, std::int64_t count) {
+    (void)rows;
+    (void)count;
+    return false;
+  }
   // Replaces the member with what was written; nothing is visible before.
   virtual bool commit() = 0;
   // Forgets what was written; an existing member stays as it was.
@@ -66,6 +74,17 @@ class Library {
   virtual std::unique_ptr<Writer> create(const std::string& member, const std::vector<Column>& columns,
                                          std::string& error) = 0;
   virtual std::string describe() const = 0;  // the directory or database file, for messages
+  // One row in the text form of this library's writers, appended to out; safe
+  // to call from any thread.  False, out as it was, where the library has no
+  // text form (why empty) or a value cannot be shown (why says which).
+  virtual bool format_row(const std::vector<Column>& columns, const Cell* cells, std::string& out,
+                          std::string& why) const {
+    (void)columns;
+    (void)cells;
+    (void)out;
+    (void)why;
+    return false;
+  }
 };
 
 // A library on a directory (members are member.csv) or on an SQLite database

@@ -101,6 +101,31 @@ for i in 1 2 3 8; do
     fail "transform of group $i differs from its run alone"
 done
 
+# ---- forecast: a log-transformed seasonal model; group (b, 7) is too short ------------------
+F=(forecast --id date --var x --interval month --transform log --trend linear --seasonal dummies
+   --intervention step:2002-01-01 --holdout 6 --lead 12)
+run "${F[@]}" --in all.csv --by region,id --out fby.csv --result fby.json --jobs 2
+[ $rc -eq 3 ] || fail "forecast --by with a failing group exits $rc, not 3: $err"
+grep -q '^fmsd forecast: group region=b, id=7 failed: ' <<<"$err" || fail "forecast: the failed group is not named: $err"
+[ "$(head -1 fby.csv | cut -d, -f1-4)" = "region,id,date,x" ] || fail "forecast --by header: $(head -1 fby.csv)"
+for g in "a 1" "a 2" "b 8" "c 3"; do
+  set -- $g
+  run "${F[@]}" --in "g$1$2.csv" --out "falone$1$2.csv" --result "falone$1$2.json"
+  [ $rc -eq 0 ] || fail "forecast of group $g alone exits $rc: $err"
+  cmp -s <(group_rows "$1" "$2" fby.csv) "falone$1$2.csv" || fail "forecast of group $g differs from its run alone"
+done
+"$python" - <<'PY' || fail "the forecast result array does not hold each group's own outcome"
+import json
+runs = json.load(open("fby.json"))
+assert [(r["BY"]["region"], r["BY"]["id"]) for r in runs] == [("a", 1), ("a", 2), ("b", 7), ("b", 8), ("c", 3)], runs
+for r in runs:
+    key = r["BY"]["region"] + str(r["BY"]["id"])
+    if key == "b7":
+        assert "ERROR" in r and "LIST" not in r, r
+    else:
+        assert r["RESULT"] == 0 and r["LIST"] == json.load(open(f"falone{key}.json")), (r, key)
+PY
+
 # ---- what stops a run: nothing is saved -------------------------------------------------------
 cp byout.csv kept.csv
 run "${D[@]}" --by id --out byout.csv --result by.json
@@ -108,6 +133,10 @@ run "${D[@]}" --by id --out byout.csv --result by.json
 grep -q 'not sorted by the BY variables: row 148 (id=3) comes after id=8' <<<"$err" || fail "unsorted message: $err"
 cmp -s byout.csv kept.csv || fail "an unsorted run replaced the output"
 ls .by.json.* >/dev/null 2>&1 && fail "an unsorted run left a temporary result file"
+run "${D[@]}" --by id --out byout.csv
+[ $rc -eq 1 ] || fail "unsorted input without --result exits $rc"
+[ -z "$out" ] || python3 -c 'import json, sys; json.loads(sys.argv[1])' "$out" 2>/dev/null ||
+  fail "a stopped run left standard output that is not JSON: $out"
 
 awk -F, 'NR == 1 || $2 == 7' all.csv >short.csv
 run diagnose --in short.csv --var x --nlags 6 --by id --out byout.csv --result by.json

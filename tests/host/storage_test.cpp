@@ -341,6 +341,41 @@ TEST(CsvFile, WritesTheTextItPromises) {
   EXPECT_EQ(dir.files(), (std::vector<std::string>{"one.csv", "out.csv"}));
 }
 
+// Rows formatted away from the writer (as worker threads do) and appended whole
+// must give the very bytes the writer gives.
+TEST(CsvFile, RowsFormattedElsewhereWriteTheSameText) {
+  TempDir dir;
+  std::string error, why;
+  auto library = open_csv_library(dir.path.string(), error);
+  ASSERT_TRUE(library) << error;
+  const std::vector<Column> columns = {numeric("x"), character("s"), numeric("d", Form::Date),
+                                       numeric("t", Form::DateTime)};
+  const std::vector<std::vector<Cell>> rows = {{num(0.1), text("12"), num(k20200229), num(-0.5)},
+                                               {kMissing, text("a\"b"), kMissing, num(k20210304T050607 + 0.25)}};
+  std::string formatted;
+  for (const auto& row : rows) ASSERT_TRUE(library->format_row(columns, row.data(), formatted, why)) << why;
+  EXPECT_EQ(formatted,
+            "0.1,\"12\",2020-02-29,1959-12-31T23:59:59.5\n"
+            ",\"a\"\"b\",,2021-03-04T05:06:07.25\n");
+  // Bigger than the writer's buffer, so that it also goes straight to the file.
+  std::string many;
+  for (int i = 0; i < 20000; ++i) many += formatted;
+  auto writer = library->create("out", columns, error);
+  ASSERT_TRUE(writer) << error;
+  ASSERT_TRUE(writer->write(rows[0].data()));
+  ASSERT_TRUE(writer->write_text(many, 40000)) << writer->error();
+  ASSERT_TRUE(writer->write_text(formatted, 2)) << writer->error();
+  ASSERT_TRUE(writer->commit()) << writer->error();
+  EXPECT_EQ(dir.get("out.csv"), "x,s,d,t\n" + formatted.substr(0, formatted.find('\n') + 1) + many + formatted);
+
+  // A day outside the calendar: named, and nothing of the row is added.
+  const std::vector<Cell> bad = {num(1), text("z"), num(1e9), kMissing};
+  std::string kept = "before\n";
+  EXPECT_FALSE(library->format_row(columns, bad.data(), kept, why));
+  EXPECT_EQ(kept, "before\n");
+  EXPECT_NE(why.find("column 3 (d): 1e+09 is not a date"), std::string::npos) << why;
+}
+
 // Members larger than the writer's buffer, and a file size limit that makes
 // writing fail part way, as a full disk would.
 TEST(CsvFile, AWriteErrorFailsTheWriterAndKeepsTheMember) {
