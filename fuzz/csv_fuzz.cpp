@@ -2,16 +2,19 @@
 //
 // Properties: nothing crashes; a failure always comes with a message; a reader
 // whose buffer is a few bytes (so that every row is cut somewhere) reads exactly
-// what the full-size reader reads; and a member that reads without error, written
-// back and read again, gives the same columns and the same cells.
+// what the full-size reader reads; a member that reads without error, written
+// back and read again, gives the same columns and the same cells; and its rows
+// formatted apart from the writer give the writer's own bytes.
 #include <unistd.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -117,6 +120,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   const std::size_t n = whole.columns.size();
   std::vector<Cell> cells(n);
   std::size_t number = 0, text = 0;
+  std::string formatted, why;
+  std::int64_t rows = 0;
   while (number < whole.numbers.size() || text < whole.texts.size()) {
     for (std::size_t j = 0; j < n; ++j)
       if (whole.columns[j].numeric)
@@ -124,9 +129,22 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
       else
         cells[j].text = whole.texts[text++];
     if (!writer->write(cells.data())) failed("rows that were read can be written", writer->error());
+    if (!library->format_row(whole.columns, cells.data(), formatted, why)) failed("rows that were read can be formatted", why);
+    ++rows;
   }
   if (!writer->commit()) failed("the written member commits", writer->error());
   same(whole, read(library->open("out", error), error), "written rows read back the same");
+
+  // Rows formatted away from the writer (as worker threads do) must give the same bytes.
+  auto text_writer = library->create("text", whole.columns, error);
+  if (!text_writer || !text_writer->write_text(formatted, rows) || !text_writer->commit())
+    failed("formatted rows can be written", text_writer ? text_writer->error() : error);
+  auto bytes = [](const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  };
+  if (bytes(dir / "out.csv") != bytes(dir / "text.csv")) failed("formatted rows write the writer's bytes");
   fs::remove(dir / "out.csv");
+  fs::remove(dir / "text.csv");
   return 0;
 }
