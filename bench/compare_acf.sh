@@ -19,20 +19,11 @@ count=${COUNT:-1000000}
 small=${SMALL:-20000}
 repetitions=${REPETITIONS:-5}
 rounds=${ROUNDS:-3}
-# Debian's interpreter, where python3-statsmodels installs, whatever else is on PATH.
-python=/usr/bin/python3
+source "$root/bench/common.sh"
 
-if ! "$python" -c 'import statsmodels, scipy, numpy' 2>/dev/null; then
-  echo "compare_acf: installing python3-statsmodels" >&2
-  as_root=()
-  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
-  export DEBIAN_FRONTEND=noninteractive
-  "${as_root[@]}" apt-get install -y -qq --no-install-recommends python3-statsmodels >/dev/null ||
-    { "${as_root[@]}" apt-get update -qq && "${as_root[@]}" apt-get install -y -qq --no-install-recommends python3-statsmodels >/dev/null; }
-fi
+need_python "statsmodels, scipy, numpy" python3-statsmodels
 
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFMSD_BENCH=ON >/dev/null
-cmake --build "$build" --target acf_bench >/dev/null
+build_targets "$build" acf_bench
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

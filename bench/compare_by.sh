@@ -16,11 +16,10 @@ count=${COUNT:-100000}
 small=${SMALL:-10000}
 sample=${SAMPLE:-500}
 seed=${SEED:-20240617}
-python=/usr/bin/python3
+source "$root/bench/common.sh"
 
 if [ -z "${FMSD:-}" ]; then
-  cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-  cmake --build "$build" --target fmsd_cli fmsd >/dev/null
+  build_targets "$build" fmsd_cli fmsd
   FMSD=$build/bin/fmsd
 fi
 

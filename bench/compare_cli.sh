@@ -23,22 +23,12 @@ build=${1:-$root/build}
 seed=${SEED:-20240620}
 rows=${ROWS:-1000000}
 rounds=${ROUNDS:-3}
-# Debian's interpreter, where the python3-* packages install, whatever else is on PATH.
-python=/usr/bin/python3
+source "$root/bench/common.sh"
 peer=$root/bench/cli_peer.py
 
-if ! "$python" -c 'import pandas, numpy, scipy, statsmodels' 2>/dev/null; then
-  echo "compare_cli: installing the peers" >&2
-  as_root=()
-  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
-  export DEBIAN_FRONTEND=noninteractive
-  packages=(python3-pandas python3-scipy python3-statsmodels)
-  "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${packages[@]}" >/dev/null ||
-    { "${as_root[@]}" apt-get update -qq && "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${packages[@]}" >/dev/null; }
-fi
+need_python "pandas, numpy, scipy, statsmodels" python3-pandas python3-scipy python3-statsmodels
 
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$build" --target fmsd fmsd_cli >/dev/null
+build_targets "$build" fmsd fmsd_cli
 fmsd=$build/bin/fmsd
 
 work=$(mktemp -d)

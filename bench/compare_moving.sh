@@ -15,21 +15,11 @@ build=${1:-$root/build}
 seed=${SEED:-20240613}
 count=${COUNT:-1000000}
 rounds=${ROUNDS:-5}
-# Debian's interpreter, where the python3-* packages install, whatever else is on PATH.
-python=/usr/bin/python3
+source "$root/bench/common.sh"
 
-if ! "$python" -c 'import pandas, numpy, bottleneck, statsmodels' 2>/dev/null; then
-  echo "compare_moving: installing the peers" >&2
-  as_root=()
-  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
-  export DEBIAN_FRONTEND=noninteractive
-  packages=(python3-pandas python3-bottleneck python3-statsmodels)
-  "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${packages[@]}" >/dev/null ||
-    { "${as_root[@]}" apt-get update -qq && "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${packages[@]}" >/dev/null; }
-fi
+need_python "pandas, numpy, bottleneck, statsmodels" python3-pandas python3-bottleneck python3-statsmodels
 
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFMSD_BENCH=ON >/dev/null
-cmake --build "$build" --target moving_bench >/dev/null
+build_targets "$build" moving_bench
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -13,20 +13,11 @@ build=${1:-$root/build}
 seed=${SEED:-20240601}
 count=${DATES:-1000000}
 repetitions=${REPETITIONS:-5}
-# Debian's interpreter, where python3-pandas installs, whatever else is on PATH.
-python=/usr/bin/python3
+source "$root/bench/common.sh"
 
-if ! "$python" -c 'import pandas, numpy' 2>/dev/null; then
-  echo "compare_pandas: installing python3-pandas" >&2
-  as_root=()
-  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
-  export DEBIAN_FRONTEND=noninteractive
-  "${as_root[@]}" apt-get install -y -qq --no-install-recommends python3-pandas >/dev/null ||
-    { "${as_root[@]}" apt-get update -qq && "${as_root[@]}" apt-get install -y -qq --no-install-recommends python3-pandas >/dev/null; }
-fi
+need_python "pandas, numpy" python3-pandas
 
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFMSD_BENCH=ON >/dev/null
-cmake --build "$build" --target intervals_bench >/dev/null
+build_targets "$build" intervals_bench
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -4,14 +4,8 @@
 set -euo pipefail
 build=${1:-build}
 root=$(cd "$(dirname "$0")/.." && pwd)
-if ! /usr/bin/python3 -c 'import scipy' 2>/dev/null; then
-  echo "compare_scipy: installing python3-scipy" >&2
-  as_root=()
-  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
-  export DEBIAN_FRONTEND=noninteractive
-  "${as_root[@]}" apt-get install -y -qq --no-install-recommends python3-scipy >/dev/null ||
-    { "${as_root[@]}" apt-get update -qq && "${as_root[@]}" apt-get install -y -qq --no-install-recommends python3-scipy >/dev/null; }
-fi
+source "$root/bench/common.sh"
+need_python "scipy" python3-scipy
 ninja -C "$build" probability_bench >/dev/null
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
