@@ -19,6 +19,7 @@
 #include "app/results.h"
 #include "app/service_call.h"
 #include "fmsd/intervals.h"
+#include "fmsd/probability.h"
 #include "host/arguments.h"
 #include "host/datasets.h"
 #include "host/host.h"
@@ -198,15 +199,17 @@ std::vector<std::string> variables(const OptionValues& values, const char* optio
   return names;
 }
 
-// ---- the module's interval routines ---------------------------------------------------------
+// ---- the module's interval routines and t distribution ---------------------------------------
 
 // The host lays out the time ranges with the module's own calendar, so that the
-// indexes it fits on are the ones the services count.
+// indexes it fits on are the ones the services count, and takes its t probabilities
+// from the module too.
 struct Calendar {
   decltype(&zintstr) parse = nullptr;
   decltype(&zintck2) count = nullptr;
   decltype(&zintnx2) advance = nullptr;
   decltype(&zintsea) season = nullptr;
+  decltype(&zpgt2) t_two_sided = nullptr;
 
   explicit Calendar(const host::Module& module) {
     void* handle = ::dlopen(module.path().c_str(), RTLD_NOW | RTLD_NOLOAD);
@@ -215,9 +218,10 @@ struct Calendar {
     count = reinterpret_cast<decltype(count)>(::dlsym(handle, "zintck2"));
     advance = reinterpret_cast<decltype(advance)>(::dlsym(handle, "zintnx2"));
     season = reinterpret_cast<decltype(season)>(::dlsym(handle, "zintsea"));
+    t_two_sided = reinterpret_cast<decltype(t_two_sided)>(::dlsym(handle, "zpgt2"));
     ::dlclose(handle);  // the module stays loaded: the host holds it
   }
-  bool usable() const { return parse && count && advance && season; }
+  bool usable() const { return parse && count && advance && season && t_two_sided; }
 };
 
 std::string time_text(double t, host::Form form) {
@@ -418,7 +422,8 @@ struct Fitted {
   std::string model_json;
 };
 
-Fitted fit(const ForecastModel& model, const Table& data, const std::vector<Regressor>& regs, const Ranges& r) {
+Fitted fit(const Calendar& cal, const ForecastModel& model, const Table& data, const std::vector<Regressor>& regs,
+           const Ranges& r) {
   auto column = [&](const std::string& name) {
     for (std::size_t i = 0; i < data.columns.size(); ++i)
       if (same(data.columns[i].name, name)) return i;
@@ -470,7 +475,11 @@ Fitted fit(const ForecastModel& model, const Table& data, const std::vector<Regr
                       " estimated parameters; the fit needs more observations than "
                       "parameters");
   const double sigma = ls.sigma();
-  const double tq = t_quantile(0.5 + model.level / 2, ls.df());
+  const double tq = t_quantile(0.5 + model.level / 2, ls.df(), cal.t_two_sided);
+  auto two_sided = [&](double t) {  // the module's tail is negative when it fails
+    const double prob = cal.t_two_sided(t * t, ls.df());
+    return prob < 0 ? NAN : prob;
+  };
 
   const double missing = host::missing_value();
   f.predict.assign(rows, missing);
@@ -497,7 +506,7 @@ Fitted fit(const ForecastModel& model, const Table& data, const std::vector<Regr
       const double b = ls.coefficient(j), se = ls.standard_error(j), t = b / se;
       item += ", \"ESTIMATE\": " + number_text(b) + ", \"STDERR\": " + number_text(se) +
               ", \"TVALUE\": " + number_text(t) +
-              ", \"PROBT\": " + number_text(2 * t_upper_tail(std::fabs(t), ls.df())) + ", \"ALIASED\": 0}";
+              ", \"PROBT\": " + number_text(two_sided(t)) + ", \"ALIASED\": 0}";
     }
     estimates += (j ? ", " : "") + item;
   }
@@ -622,7 +631,7 @@ SeriesForecast forecast_series(host::Host& host, const host::Module& module, con
   SeriesForecast outcome;
   try {
     const Calendar cal(module);
-    if (!cal.usable()) throw SeriesError("the module does not export its interval routines");
+    if (!cal.usable()) throw SeriesError("the module does not export its interval and t routines");
     zintrec rec{};
     if (cal.parse(model.interval.c_str(), static_cast<int>(model.interval.size()), &rec) != ZINT_OK)
       throw SeriesError("'" + model.interval + "' is not an interval");
@@ -681,7 +690,7 @@ SeriesForecast forecast_series(host::Host& host, const host::Module& module, con
     }
     const std::shared_ptr<const Table> data = store->find("MODEL");
     if (data == nullptr) throw SeriesError("moddata wrote no model data");
-    const Fitted f = fit(model, *data, regs, r);
+    const Fitted f = fit(cal, model, *data, regs, r);
 
     // The forecasts, in the layout the model output service reads.
     auto fc = std::make_shared<Table>();

@@ -10,45 +10,6 @@ namespace {
 // R's lm() sets a column aside at the same relative size.
 constexpr double kAliasTolerance = 1e-7;
 
-// The continued fraction of the incomplete beta function (modified Lentz).
-double beta_fraction(double x, double a, double b) {
-  constexpr double tiny = 1e-300;
-  double c = 1, d = 1 - (a + b) * x / (a + 1);
-  if (std::fabs(d) < tiny) d = tiny;
-  d = 1 / d;
-  double h = d;
-  for (int m = 1; m <= 10000; ++m) {
-    const double m2 = 2.0 * m;
-    double aa = m * (b - m) * x / ((a + m2 - 1) * (a + m2));
-    d = 1 + aa * d;
-    if (std::fabs(d) < tiny) d = tiny;
-    c = 1 + aa / c;
-    if (std::fabs(c) < tiny) c = tiny;
-    d = 1 / d;
-    h *= d * c;
-    aa = -(a + m) * (a + b + m) * x / ((a + m2) * (a + m2 + 1));
-    d = 1 + aa * d;
-    if (std::fabs(d) < tiny) d = tiny;
-    c = 1 + aa / c;
-    if (std::fabs(c) < tiny) c = tiny;
-    d = 1 / d;
-    const double step = d * c;
-    h *= step;
-    if (std::fabs(step - 1) < 1e-16) break;
-  }
-  return h;
-}
-
-// I_x(a, b), with y = 1 - x given separately so that neither end loses digits.
-double incomplete_beta(double x, double y, double a, double b) {
-  if (x <= 0) return 0;
-  if (y <= 0) return 1;
-  const double front =
-      std::exp(a * std::log(x) + b * std::log(y) - (std::lgamma(a) + std::lgamma(b) - std::lgamma(a + b)));
-  if (x < (a + 1) / (a + b + 2)) return front * beta_fraction(x, a, b) / a;
-  return 1 - front * beta_fraction(y, b, a) / b;
-}
-
 double t_density(double t, double df) {
   return std::exp(std::lgamma((df + 1) / 2) - std::lgamma(df / 2) - 0.5 * std::log(df * M_PI) -
                   (df + 1) / 2 * std::log1p(t * t / df));
@@ -153,24 +114,22 @@ double LeastSquares::leverage(const double* row) const {
   return h;
 }
 
-double t_upper_tail(double t, double df) {
-  if (std::isnan(t) || !(df > 0)) return std::numeric_limits<double>::quiet_NaN();
-  if (std::isinf(t)) return t > 0 ? 0 : 1;
-  const double both = incomplete_beta(df / (df + t * t), t * t / (df + t * t), df / 2, 0.5);
-  return t >= 0 ? both / 2 : 1 - both / 2;
-}
-
-double t_quantile(double p, double df) {
-  if (!(p > 0 && p < 1) || !(df > 0)) return std::numeric_limits<double>::quiet_NaN();
+double t_quantile(double p, int df, TwoSidedT two_sided) {
+  if (!(p > 0 && p < 1) || df < 1) return std::numeric_limits<double>::quiet_NaN();
   if (p == 0.5) return 0;
-  if (p < 0.5) return -t_quantile(1 - p, df);
+  if (p < 0.5) return -t_quantile(1 - p, df, two_sided);
   const double alpha = 1 - p;
+  // P(T > t) for t >= 0; the module's tail gives both sides at once.
+  auto upper = [&](double t) {
+    const double both = two_sided(t * t, df);
+    return both < 0 ? std::numeric_limits<double>::quiet_NaN() : both / 2;
+  };
   double lo = 0, hi = 1;
-  while (t_upper_tail(hi, df) > alpha && hi < 1e300) hi *= 2;
+  while (upper(hi) > alpha && hi < 1e300) hi *= 2;
   // Newton's method, kept inside the bracket by bisection.
   double t = hi / 2;
   for (int i = 0; i < 400; ++i) {
-    const double g = t_upper_tail(t, df) - alpha;
+    const double g = upper(t) - alpha;
     if (g > 0)
       lo = t;
     else

@@ -41,10 +41,12 @@ class LeastSquares {
   double sse_ = 0;
 };
 
-// P(T > t) for Student's t with df degrees of freedom (df > 0).
-double t_upper_tail(double t, double df);
-// The t with P(T <= t) = p, for 0 < p < 1.
-double t_quantile(double p, double df);
+// P(|T| > sqrt(t2)) for Student's t with df degrees of freedom, negative when it
+// fails: the module's zpgt2, so that the host's limits and the services' tests use
+// one t distribution.
+using TwoSidedT = double (*)(double t2, int df);
+// The t with P(T <= t) = p, for 0 < p < 1 and df >= 1.
+double t_quantile(double p, int df, TwoSidedT two_sided);
 
 }  // namespace fmsd::app
 
