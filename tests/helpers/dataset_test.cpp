@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "host/datasets.h"
 #include "host/host.h"
@@ -91,10 +92,9 @@ TEST_F(DataSets, TheRequestBlockCarriesTheNameParts) {
   std::memset(r.request, 0x55, sizeof r.request);
   // A CSV file cannot tell its rows: the count is left negative for the caller.
   EXPECT_EQ(open(r, "T.ABCDEFGHIJKL", FMSD_OPEN_INPUT), -4);
-  EXPECT_EQ(field(r, FMSD_REQUEST_LEVEL1), "T       ");
-  EXPECT_EQ(field(r, FMSD_REQUEST_LEVEL2), "ABCDEFGH");
-  EXPECT_EQ(int_at(r, FMSD_REQUEST_MODE), FMSD_OPEN_INPUT);
-  EXPECT_EQ(int_at(r, FMSD_REQUEST_MINUS_ONE), -1);
+  EXPECT_EQ(field(r, FMSD_REQUEST_LEVEL1) + field(r, FMSD_REQUEST_LEVEL2), "T       ABCDEFGH");
+  EXPECT_EQ((std::vector<int>{int_at(r, FMSD_REQUEST_MODE), int_at(r, FMSD_REQUEST_MINUS_ONE)}),
+            (std::vector<int>{FMSD_OPEN_INPUT, -1}));
   EXPECT_EQ(r.request[FMSD_REQUEST_BYTES - 1], 0);
   EXPECT_EQ(r.nvars, 2);
   EXPECT_LT(r.nobs, 0);
@@ -118,8 +118,7 @@ TEST_F(DataSets, InputCountsComeFromTheHost) {
 
   DataSetRecord r{}, none{};
   ASSERT_EQ(open(r, "s.two", FMSD_OPEN_SECOND_INPUT), 0);
-  EXPECT_EQ(r.nvars, 3);
-  EXPECT_EQ(r.nobs, 2);
+  EXPECT_EQ((std::vector<int>{r.nvars, r.nobs}), (std::vector<int>{3, 2}));
   EXPECT_EQ(field(r, FMSD_REQUEST_LEVEL2), "two     ");
   EXPECT_EQ(int_at(r, FMSD_REQUEST_MODE), FMSD_OPEN_SECOND_INPUT);
   // Both counts are 0 for a table without rows.
@@ -204,9 +203,7 @@ TEST_F(DataSets, AnOutputOpensWithoutCountsAndClosesWithOthers) {
   open(a, "T.D", FMSD_OPEN_INPUT);
   info_calls = 0;
   EXPECT_EQ(open(b, "T.OUT", FMSD_OPEN_OUTPUT), 0);
-  EXPECT_EQ(info_calls, 0);
-  EXPECT_EQ(b.nobs, 0);
-  EXPECT_EQ(b.nvars, 0);
+  EXPECT_EQ((std::vector<int>{info_calls, b.nobs, b.nvars}), (std::vector<int>{0, 0, 0}));
   ASSERT_EQ(open_count(), 2u);
   closeds(0, handle(a), handle(b));
   EXPECT_EQ(open_count(), 0u);
@@ -222,11 +219,9 @@ TEST_F(DataSets, OutputDescriptorsTakeTheEntrysName) {
   fmsd_vardesc d;
   std::memset(&d, 0x7F, sizeof d);
   fmsd::getnamestr(&entry, &d);
-  EXPECT_EQ(d.type, 1);
-  EXPECT_EQ(d.length, 8);
-  EXPECT_EQ(d.format_width, 10);
-  EXPECT_EQ(d.format_decimals, 5);
-  EXPECT_EQ(d.name_kind, 1);
+  // A numeric variable of 8 bytes, shown with 5 decimals in 10 columns, blank label.
+  EXPECT_EQ((std::vector<int>{d.type, d.length, d.format_width, d.format_decimals, d.name_kind}),
+            (std::vector<int>{1, 8, 10, 5, 1}));
   EXPECT_STREQ(d.label, " ");
 
   // With an input counterpart its descriptor is copied, all but the name.
@@ -239,9 +234,8 @@ TEST_F(DataSets, OutputDescriptorsTakeTheEntrysName) {
   entry.input = &input;
   entry.name_length = 3;
   fmsd::getnamestr(&entry, &d);
-  EXPECT_EQ(d.format_width, 9);
+  EXPECT_EQ((std::vector<int>{d.format_width, d.name_length}), (std::vector<int>{9, 3}));
   EXPECT_STREQ(d.label, "Month of sale");
-  EXPECT_EQ(d.name_length, 3);
   EXPECT_EQ(d.name, entry.name);
 }
 

@@ -4,8 +4,10 @@
 
 #include <cstring>
 #include <initializer_list>
+#include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "fmsd/lists.h"
 #include "host/host.h"
@@ -30,6 +32,21 @@ Entry small(int x, std::string_view name = {}) { return {'S', static_cast<double
 Entry txt(std::string_view t, std::string_view name = {}) { return {'C', 0, t, name}; }
 Entry sub(fmsd_word l) { return {'L', static_cast<double>(l), {}, {}}; }
 
+// Numbers as text, a missing value as ".", so that a whole array compares at once.
+std::string show(const double* x, int n) {
+  std::ostringstream s;
+  for (int i = 0; i < n; ++i) {
+    if (i > 0) s << ' ';
+    if (is_missing(x[i]))
+      s << '.';
+    else
+      s << x[i];
+  }
+  return s.str();
+}
+template <typename T>
+std::vector<T> first(const T* x, int n) { return std::vector<T>(x, x + n); }
+
 class Lists : public ::testing::Test {
  protected:
   void SetUp() override { mcn_main(host_.control_block(), host_.process_block()); }
@@ -37,8 +54,12 @@ class Lists : public ::testing::Test {
   fmsd_word registry() { return host_.lists().word(); }
   void* object(fmsd_word id) { return slistp(id, registry()); }
   fmsd::host::List& list(fmsd_word id) { return host_.lists().get(id); }
-  std::string name_at(fmsd_word id, long position) { return list(id).at(position).name; }
-  std::string text_at(fmsd_word id, long position) { return list(id).at(position).text; }
+  // The item names (or texts) from a position on, separated by blanks.
+  std::string names(fmsd_word id, long from = 1, std::string fmsd::host::Item::*field = &fmsd::host::Item::name) {
+    std::string s;
+    for (long p = from; p <= static_cast<long>(list(id).size()); ++p) s += (p > from ? " " : "") + list(id).at(p).*field;
+    return s;
+  }
 
   // Built through the host's list operations, as a list program would.
   fmsd_word make(std::initializer_list<Entry> entries = {}) {
@@ -67,10 +88,7 @@ TEST_F(Lists, NumbersAreReadInListOrder) {
   const fmsd_word l = make({num(1.5), txt("X"), whole(7), small(-3), num(2.5)});
   double out[6];
   EXPECT_EQ(zgetnum(object(l), 6, out), 4);
-  EXPECT_EQ(out[1], 7.0);
-  EXPECT_EQ(out[2], -3.0);
-  EXPECT_EQ(out[3], 2.5);
-  EXPECT_TRUE(is_missing(out[4]) && is_missing(out[5]));
+  EXPECT_EQ(show(out, 6), "1.5 7 -3 2.5 . .");
   // A walk to the end leaves the list's cursor on its last item.
   const auto* words = static_cast<const fmsd_word*>(object(l));
   EXPECT_EQ(words[FMSD_LIST_CURSOR_INDEX], 4);
@@ -81,9 +99,7 @@ TEST_F(Lists, NumbersAreReadInListOrder) {
   const fmsd_word m = make({num(3), num(12), num(host_.missing()), num(-10)});
   int nmissing = -1;
   EXPECT_EQ(zgetnme(object(m), 5, 10.0, out, &nmissing), 4);
-  EXPECT_EQ(out[0], 3.0);
-  EXPECT_TRUE(is_missing(out[1]) && is_missing(out[2]) && is_missing(out[4]));
-  EXPECT_EQ(out[3], -10.0);
+  EXPECT_EQ(show(out, 5), "3 . . -10 .");
   EXPECT_EQ(nmissing, 2);
 }
 
@@ -91,8 +107,7 @@ TEST_F(Lists, TextsAreCopiedAndMatched) {
   const fmsd_word l = make({txt("TIMEID"), num(5), txt("A_VERY_LONG_NAME"), txt("X")});
   char names[3][8];
   EXPECT_EQ(zgetst8(object(l), 3, names), 3);
-  EXPECT_EQ(std::string(names[1], 8), "A_VERY_L");
-  EXPECT_EQ(std::string(names[2], 8), "X       ");
+  EXPECT_EQ(std::string(names[0], 24), "TIMEID  A_VERY_LX       ");
 
   // zgetstr stops at a non-text item or at the end, counting what it gathered.
   const char* texts[4] = {};
@@ -110,18 +125,13 @@ TEST_F(Lists, TextsAreCopiedAndMatched) {
   EXPECT_EQ(zcmpstr(object(make({txt("ACTUAL"), num(1), txt("ACT"), txt("PREDICT")})), 4, candidates, sizes, 2,
                     indexes),
             3);
-  EXPECT_EQ(indexes[0], 1);
-  EXPECT_EQ(indexes[1], -1);  // same first bytes, other length
-  EXPECT_EQ(indexes[2], 0);
-  EXPECT_EQ(indexes[3], -1);
+  EXPECT_EQ(first(indexes, 4), (std::vector<int>{1, -1, 0, -1}));  // "ACT": same first bytes, other length
 
   // Against 8-character names the item's own length decides; longer items take no slot.
   const char eight[2][8] = {{'T', 'I', 'M', 'E', 'I', 'D', ' ', ' '}, {'A', 'C', 'T', 'U', 'A', 'L', ' ', ' '}};
   const fmsd_word m = make({txt("TIME"), txt("PREDICTED1"), txt("ACTUAL"), txt("ERROR")});
   EXPECT_EQ(zcmpst8(object(m), 4, eight, 2, indexes), 3);
-  EXPECT_EQ(indexes[0], 0);
-  EXPECT_EQ(indexes[1], 1);
-  EXPECT_EQ(indexes[2], -1);
+  EXPECT_EQ(first(indexes, 3), (std::vector<int>{0, 1, -1}));
   EXPECT_EQ(zcmpst8(object(m), 2, eight, 0, indexes), 0);
   EXPECT_EQ(indexes[0], -1);
 }
@@ -133,26 +143,21 @@ TEST_F(Lists, NumberedItemsAreNamedAfterThePrefix) {
   double values[13];
   for (int i = 0; i < 12; ++i) values[i] = i + 0.5;
   EXPECT_EQ(zslinsd(l, values, 12, "A", 1), 0);
-  ASSERT_EQ(list(l).size(), 12u);
-  EXPECT_EQ(name_at(l, 9), "A9");
-  EXPECT_EQ(name_at(l, 12), "A12");
+  EXPECT_EQ(names(l), "A1 A2 A3 A4 A5 A6 A7 A8 A9 A10 A11 A12");
   EXPECT_EQ(list(l).at(12).head.number, 11.5);
   // A13 is absent: its default is stored and the read reports the failure.
   const double fallback = -1;
   EXPECT_EQ(zslgnd(l, "A", 1, values, 13, &fallback), -1);
-  EXPECT_EQ(values[11], 11.5);
-  EXPECT_EQ(values[12], -1.0);
+  EXPECT_EQ(first(values + 11, 2), (std::vector<double>{11.5, -1}));
 
   const int ints[2] = {4, 5};
   EXPECT_EQ(zslinss(l, ints, 2, "S", 1), 0);
-  EXPECT_EQ(name_at(l, 14), "S2");
   EXPECT_EQ(list(l).at(14).kind(), FMSD_ITEM_SHORT);
   // The number goes into what 20 characters leave after the prefix.
   const char twenty[] = "ABCDEFGHIJKLMNOPQRST";
   EXPECT_EQ(zslinsi(l, ints, 2, twenty, 20), 0);
-  EXPECT_EQ(name_at(l, 16), twenty);
   EXPECT_EQ(zslinsi(l, ints, 2, twenty, 19), 0);
-  EXPECT_EQ(name_at(l, 18), "ABCDEFGHIJKLMNOPQRS2");
+  EXPECT_EQ(names(l, 13), "S1 S2 ABCDEFGHIJKLMNOPQRST ABCDEFGHIJKLMNOPQRST ABCDEFGHIJKLMNOPQRS1 ABCDEFGHIJKLMNOPQRS2");
 }
 
 TEST_F(Lists, ValuesAreSetByPosition) {
@@ -162,25 +167,22 @@ TEST_F(Lists, ValuesAreSetByPosition) {
   EXPECT_EQ(zslsets(l, 3, ints, 2), 0);
   int back[4] = {};
   EXPECT_EQ(zslgeti(l, 1, back, 4), 0);
-  EXPECT_EQ(back[1], 9);
-  EXPECT_EQ(back[2], 8);
+  EXPECT_EQ(first(back, 4), (std::vector<int>{8, 9, 8, 9}));
   // Position 5 does not exist; what was set before the failure stays.
   const double d[3] = {2.5, 3.5, 4.5};
   EXPECT_EQ(zslsetd(l, 3, d, 3), -1);
   EXPECT_EQ(list(l).at(4).head.number, 3.5);
   EXPECT_EQ(zslsetc(l, 3, "V", 1, 2), 0);
-  EXPECT_EQ(text_at(l, 4), "V2");
+  EXPECT_EQ(list(l).at(4).text, "V2");
 
   // zputstr writes every second item and tells how far it got.
   const fmsd_word t = make({txt("-"), txt("-"), txt("-"), txt("-"), txt("-"), txt("-")});
   const char* texts[] = {"one", "two", "three", "four"};
   const int lengths[] = {3, 3, 5, 4};
   EXPECT_EQ(zputstr(texts, lengths, 1, 3, t), 3);
-  EXPECT_EQ(text_at(t, 3), "two");
-  EXPECT_EQ(text_at(t, 4), "-");
-  EXPECT_EQ(text_at(t, 5), "three");
+  EXPECT_EQ(names(t, 1, &fmsd::host::Item::text), "one - two - three -");
   EXPECT_EQ(zputstr(texts, lengths, 2, 4, t), 2);  // the fourth would go to position 8
-  EXPECT_EQ(text_at(t, 6), "three");
+  EXPECT_EQ(names(t, 1, &fmsd::host::Item::text), "one one two two three three");
   EXPECT_EQ(zputstr(texts, lengths, 7, 1, t), -1);
 }
 
@@ -192,7 +194,7 @@ TEST_F(Lists, ComplementDropsTextsFoundInTheSecondList) {
   EXPECT_EQ(slcmplc(registry(), object(first), object(make({txt("C"), num(2), txt("B")})), &result), 2);
   ASSERT_NE(result, nullptr);
   const fmsd_word copy = static_cast<const fmsd_word*>(result)[0];
-  EXPECT_EQ(text_at(copy, 1), "A");
+  EXPECT_EQ(list(copy).at(1).text, "A");
   EXPECT_EQ(list(copy).at(2).kind(), FMSD_ITEM_DOUBLE);
   EXPECT_EQ(list(first).size(), 5u);
   EXPECT_EQ(slcmplc(registry(), object(first), object(make()), &result), 5);
@@ -221,12 +223,7 @@ TEST_F(Lists, RenamesFollowTheOldNewPairs) {
   });
   const fmsd_word target = make({num(1, "X"), num(2, "Q"), num(3, "x"), num(4, "Z"), num(5, "W"), num(6, "R")});
   EXPECT_EQ(zslsrch(registry(), object(renames), object(target)), 3);
-  EXPECT_EQ(name_at(target, 1), "Y");
-  EXPECT_EQ(name_at(target, 2), "Q");
-  EXPECT_EQ(name_at(target, 3), "Y");
-  EXPECT_EQ(name_at(target, 4), "Z");
-  EXPECT_EQ(name_at(target, 5), "W");
-  EXPECT_EQ(name_at(target, 6), "RR");
+  EXPECT_EQ(names(target), "Y Q Y Z W RR");
   EXPECT_EQ(zslsrch(registry(), object(make()), object(target)), 0);
 }
 
@@ -238,12 +235,9 @@ TEST_F(Lists, IntervalDescriptionIsRead) {
   std::memset(info.fmtname, 'x', sizeof info.fmtname);
   const fmsd_word l = make({txt("month", "INTERVAL"), txt("YEAR", "SINTERVAL"), small(12, "NSEASONS")});
   ASSERT_EQ(zkvlint(object(l), &rec, &info), 0);
-  EXPECT_EQ(rec.code, ZINT_MONTH);
-  EXPECT_EQ(info.season.code, ZINT_YEAR);
-  EXPECT_EQ(info.nseasons, 12);
-  EXPECT_EQ(info.fmtlen, 5);
+  EXPECT_EQ((std::vector<int>{rec.code, info.season.code, info.nseasons, info.fmtlen, info.width}),
+            (std::vector<int>{ZINT_MONTH, ZINT_YEAR, 12, 5, 7}));
   EXPECT_STREQ(info.fmtname, "MONYY");
-  EXPECT_EQ(info.width, 7);
   EXPECT_EQ(zkvlint(object(l), nullptr, nullptr), -1);
 
   // No seasonal interval: the interval record is filled all the same.
@@ -254,16 +248,13 @@ TEST_F(Lists, IntervalDescriptionIsRead) {
   const fmsd_word seasonal = make({txt("DAY", "SINTERVAL")});
   EXPECT_EQ(zkvlint(object(seasonal), &rec, nullptr), -1);
   EXPECT_EQ(zkvlint(object(seasonal), nullptr, &info), 0);
-  EXPECT_EQ(info.season.code, ZINT_DAY);
-  EXPECT_EQ(info.nseasons, 12);
+  EXPECT_EQ((std::vector<int>{info.season.code, info.nseasons}), (std::vector<int>{ZINT_DAY, 12}));
 }
 
 TEST_F(Lists, IntervalDescriptionIsWritten) {
   const auto unit_of = [&](const char* interval) {
     zintrec rec{};
-    if (interval != nullptr) {
-      EXPECT_EQ(zintstr(interval, -1, &rec), 0);
-    }
+    EXPECT_EQ(interval != nullptr ? zintstr(interval, -1, &rec) : 0, 0);
     const fmsd_word l = make();
     EXPECT_EQ(zintkvl(&rec, nullptr, l), 0);
     return list(l).find("TIMEUNIT")->text;
@@ -281,9 +272,8 @@ TEST_F(Lists, IntervalDescriptionIsWritten) {
   ASSERT_EQ(zintkvl(&rec, &info, out), 0);
   const fmsd::host::List& o = list(out);
   ASSERT_EQ(o.size(), 5u);
-  EXPECT_EQ(o.find("INTERVAL")->text, "Month");
-  EXPECT_EQ(o.find("TIMEUNIT")->text, "D");
-  EXPECT_EQ(o.find("SINTERVAL")->text, "YEAR");
+  const char* texts[][2] = {{"INTERVAL", "Month"}, {"TIMEUNIT", "D"}, {"SINTERVAL", "YEAR"}};
+  for (const auto& t : texts) EXPECT_EQ(o.find(t[0])->text, t[1]) << t[0];
   EXPECT_EQ(o.find("NSEASONS")->integer, 12);
   EXPECT_EQ(o.find("IDFORMAT")->text, "MONYY7.");
   EXPECT_EQ(zintkvl(&rec, &info, 0), -1);

@@ -35,14 +35,11 @@ TEST_F(Call, DeliversEveryKindInPlace) {
                     &series, FMSD_ARG_TEXT, &carried, FMSD_ARG_INTEGER, &season, &season_missing, FMSD_ARG_WORD,
                     &options, FMSD_ARG_TEXT, &out, FMSD_ARG_INTEGER, nullptr, nullptr),
             0);
+  EXPECT_EQ(text(in) + "|" + text(series) + "|" + text(carried) + "|" + text(out), "WORK.AIR|SALES|DATE|OUT");
   EXPECT_EQ(lead, 0);
-  EXPECT_EQ(text(in), "WORK.AIR");
-  EXPECT_EQ(text(series), "SALES");
-  EXPECT_EQ(text(carried), "DATE");
+  EXPECT_EQ(options, 3);
   EXPECT_EQ(season, 12);
   EXPECT_EQ(season_missing, 0);
-  EXPECT_EQ(options, 3);
-  EXPECT_EQ(text(out), "OUT");
   EXPECT_TRUE(host.log().empty());
 }
 

@@ -10,7 +10,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <sstream>
@@ -18,31 +17,9 @@
 #include <vector>
 
 #include "fmsd/probability.h"
-#include "tests/hosted.h"
+#include "tests/csv_reader.h"
 
 namespace {
-
-struct Row {
-  std::string region;
-  std::vector<double> v;
-};
-
-std::vector<Row> load(const std::string& name, std::vector<std::string>* header) {
-  std::ifstream in(std::string(FMSD_TEST_DATA) + "/probability/" + name + ".csv");
-  std::vector<Row> rows;
-  std::string line;
-  if (!std::getline(in, line)) return rows;
-  std::stringstream hs(line);
-  for (std::string f; std::getline(hs, f, ',');) header->push_back(f);
-  while (std::getline(in, line)) {
-    std::stringstream ls(line);
-    Row r;
-    std::getline(ls, r.region, ',');
-    for (std::string f; std::getline(ls, f, ',');) r.v.push_back(std::strtod(f.c_str(), nullptr));
-    rows.push_back(std::move(r));
-  }
-  return rows;
-}
 
 double relerr(double got, double want) {
   if (got == want) return 0;
@@ -125,20 +102,20 @@ TEST(Accuracy, EveryRoutineWithinItsBoundPerRegion) {
   const bool table = std::getenv("FMSD_ACCURACY_TABLE") != nullptr;
   if (table) std::printf("| Reference file | Output | Region | Points | Max. relative error |\n|---|---|---|---|---|\n");
   for (const Case& c : cases()) {
-    std::vector<std::string> header;
-    const auto rows = load(c.file, &header);
+    const auto rows = read_csv(std::string("probability/") + c.file + ".csv");
     ASSERT_GT(rows.size(), 500u) << c.file;
     // (output, region) -> (points, worst error, arguments of the worst)
     std::map<std::pair<std::string, std::string>, std::tuple<int, double, std::vector<double>>> worst;
-    for (const Row& r : rows) {
-      const std::vector<double> args(r.v.begin(), r.v.begin() + c.nargs);
+    for (const CsvRow& r : rows) {
+      std::vector<double> args;
+      for (int i = 1; i <= c.nargs; ++i) args.push_back(r.num(i));
       const std::vector<double> got = c.eval(args);
+      const std::string& region = r.text("region");
       for (size_t k = 0; k < got.size(); ++k) {
-        const std::string& output = header[1 + c.nargs + k];
-        const bool absolute = r.region.find("absolute") != std::string::npos;
-        const double want = r.v[c.nargs + k];
-        const double e = absolute ? std::fabs(got[k] - want) : relerr(got[k], want);
-        auto& w = worst[{output, r.region}];
+        const std::string& output = (*r.header)[1 + c.nargs + k];
+        const double want = r.num(1 + c.nargs + k);
+        const double e = region.find("absolute") != std::string::npos ? std::fabs(got[k] - want) : relerr(got[k], want);
+        auto& w = worst[{output, region}];
         ++std::get<0>(w);
         if (!(e <= std::get<1>(w))) {
           std::get<1>(w) = e;

@@ -7,14 +7,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "fmsd/dickeyfuller.h"
+#include "tests/csv_reader.h"
 
 namespace {
 
@@ -151,46 +149,26 @@ struct Bound {
   double all, tail;
 };
 constexpr Bound kLooser[] = {
-    {"zprbdf", 1, 5, 9, 0.0025, 0.0007},
-    {"zprbdf", 1, 30, 0, 0.0020, 0.0007},
-    {"zprbdf", 2, 5, 10, 0.0040, 0.0015},
-    {"zprbdf", 4, 8, 59, 0.0049, 0.0007},
-    {"zprbdf", 4, 60, 0, 0.0020, 0.0008},
-    {"zprbdf", 6, 12, 89, 0.0048, 0.0006},
-    {"zprbdf", 6, 90, 0, 0.0020, 0.0006},
-    {"zprbdf", 12, 24, 119, 0.0058, 0.0008},
-    {"zprbdf", 12, 120, 0, 0.0020, 0.0006},
-    {"zprdfsm", 1, 30, 0, 0.0020, 0.0007},
-    {"zprdfsm", 2, 5, 8, 0.0026, 0.0006},
-    {"zprdfsm", 2, 9, 14, 0.0020, 0.0006},
-    {"zprdfsm", 2, 27, 35, 0.0020, 0.0006},
-    {"zprdfsm", 2, 51, 0, 0.0020, 0.0007},
-    {"zprdfsm", 4, 8, 16, 0.0049, 0.0010},
-    {"zprdfsm", 4, 60, 0, 0.0021, 0.0007},
-    {"zprdfsm", 6, 12, 29, 0.0033, 0.0005},
-    {"zprdfsm", 6, 61, 0, 0.0020, 0.0006},
-    {"zprdfsm", 12, 24, 70, 0.0037, 0.0009},
-    {"zprdfsm", 12, 121, 0, 0.0020, 0.0007},
-    {"zprdftr", 1, 5, 9, 0.0050, 0.0013},
-    {"zprdftr", 1, 20, 0, 0.0020, 0.0010},
-    {"zpdfszm", 1, 20, 0, 0.0020, 0.0008},
-    {"zpdfszm", 2, 5, 19, 0.0035, 0.0010},
-    {"zpdfszm", 2, 20, 0, 0.0026, 0.0006},
-    {"zpdfszm", 4, 8, 39, 0.0046, 0.0008},
-    {"zpdfszm", 4, 40, 0, 0.0020, 0.0007},
-    {"zpdfszm", 6, 12, 59, 0.0045, 0.0008},
-    {"zpdfszm", 12, 24, 119, 0.0038, 0.0012},
-    {"zpdfszm", 12, 120, 0, 0.0020, 0.0006},
-    {"zpdfssm", 1, 5, 9, 0.0024, 0.0005},
-    {"zpdfssm", 1, 20, 0, 0.0020, 0.0007},
-    {"zpdfssm", 2, 5, 19, 0.0027, 0.0007},
-    {"zpdfssm", 2, 20, 0, 0.0021, 0.0006},
-    {"zpdfssm", 4, 8, 39, 0.0047, 0.0008},
-    {"zpdfssm", 4, 40, 0, 0.0020, 0.0008},
-    {"zpdfssm", 6, 12, 59, 0.0044, 0.0012},
-    {"zpdfssm", 12, 24, 119, 0.0038, 0.0014},
-    {"zpdfssm", 12, 120, 0, 0.0020, 0.0006},
-    {"zpdfstr", 1, 16, 0, 0.0021, 0.0010},
+    {"zprbdf", 1, 5, 9, 0.0025, 0.0007}, {"zprbdf", 1, 30, 0, 0.0020, 0.0007},
+    {"zprbdf", 2, 5, 10, 0.0040, 0.0015}, {"zprbdf", 4, 8, 59, 0.0049, 0.0007},
+    {"zprbdf", 4, 60, 0, 0.0020, 0.0008}, {"zprbdf", 6, 12, 89, 0.0048, 0.0006},
+    {"zprbdf", 6, 90, 0, 0.0020, 0.0006}, {"zprbdf", 12, 24, 119, 0.0058, 0.0008},
+    {"zprbdf", 12, 120, 0, 0.0020, 0.0006}, {"zprdfsm", 1, 30, 0, 0.0020, 0.0007},
+    {"zprdfsm", 2, 5, 8, 0.0026, 0.0006}, {"zprdfsm", 2, 9, 14, 0.0020, 0.0006},
+    {"zprdfsm", 2, 27, 35, 0.0020, 0.0006}, {"zprdfsm", 2, 51, 0, 0.0020, 0.0007},
+    {"zprdfsm", 4, 8, 16, 0.0049, 0.0010}, {"zprdfsm", 4, 60, 0, 0.0021, 0.0007},
+    {"zprdfsm", 6, 12, 29, 0.0033, 0.0005}, {"zprdfsm", 6, 61, 0, 0.0020, 0.0006},
+    {"zprdfsm", 12, 24, 70, 0.0037, 0.0009}, {"zprdfsm", 12, 121, 0, 0.0020, 0.0007},
+    {"zprdftr", 1, 5, 9, 0.0050, 0.0013}, {"zprdftr", 1, 20, 0, 0.0020, 0.0010},
+    {"zpdfszm", 1, 20, 0, 0.0020, 0.0008}, {"zpdfszm", 2, 5, 19, 0.0035, 0.0010},
+    {"zpdfszm", 2, 20, 0, 0.0026, 0.0006}, {"zpdfszm", 4, 8, 39, 0.0046, 0.0008},
+    {"zpdfszm", 4, 40, 0, 0.0020, 0.0007}, {"zpdfszm", 6, 12, 59, 0.0045, 0.0008},
+    {"zpdfszm", 12, 24, 119, 0.0038, 0.0012}, {"zpdfszm", 12, 120, 0, 0.0020, 0.0006},
+    {"zpdfssm", 1, 5, 9, 0.0024, 0.0005}, {"zpdfssm", 1, 20, 0, 0.0020, 0.0007},
+    {"zpdfssm", 2, 5, 19, 0.0027, 0.0007}, {"zpdfssm", 2, 20, 0, 0.0021, 0.0006},
+    {"zpdfssm", 4, 8, 39, 0.0047, 0.0008}, {"zpdfssm", 4, 40, 0, 0.0020, 0.0008},
+    {"zpdfssm", 6, 12, 59, 0.0044, 0.0012}, {"zpdfssm", 12, 24, 119, 0.0038, 0.0014},
+    {"zpdfssm", 12, 120, 0, 0.0020, 0.0006}, {"zpdfstr", 1, 16, 0, 0.0021, 0.0010},
 };
 
 Bound bound_of(const std::string& function, int d, int n) {
@@ -211,24 +189,13 @@ TEST(DickeyFuller, ContinuousWhereTheStatisticsRangeIsSplit) {
     std::vector<double> at;
   };
   const std::vector<Split> splits = {
-      {zprbdf, 1, 5, 9, {-8, std::nextafter(2.0, 3.0)}},
-      {zprdfsm, 1, 5, 10, {-7, std::nextafter(0.0, 1.0)}},
-      {zprdfsm, 4, 8, 16, {-3}},
-      {zprdftr, 1, 5, 9, {10, -5, -15}},
-      {zprdftr, 1, 10, 19, {5, std::nextafter(-10.0, 0.0)}},
-      {zprdftr, 1, 20, 400, {std::nextafter(-10.0, 0.0)}},
-      {zpdfszm, 1, 5, 9, {1, std::nextafter(-1.0, 0.0)}},
-      {zpdfszm, 1, 10, 400, {-1}},
-      {zpdfszm, 2, 5, 400, {-1}},
-      {zpdfszm, 4, 8, 39, {-1}},
-      {zpdfszm, 12, 24, 119, {-1}},
-      {zpdfssm, 1, 5, 9, {-0.5, -2.5}},
-      {zpdfssm, 1, 10, 400, {-1}},
-      {zpdfssm, 2, 5, 19, {-1}},
-      {zpdfssm, 4, 8, 39, {-1}},
-      {zpdfssm, 6, 12, 400, {-1}},
-      {zpdfssm, 12, 24, 119, {-1}},
-      {zpdfstr, 1, 5, 9, {-1, -3}},
+      {zprbdf, 1, 5, 9, {-8, std::nextafter(2.0, 3.0)}}, {zprdfsm, 1, 5, 10, {-7, std::nextafter(0.0, 1.0)}},
+      {zprdfsm, 4, 8, 16, {-3}}, {zprdftr, 1, 5, 9, {10, -5, -15}},
+      {zprdftr, 1, 10, 19, {5, std::nextafter(-10.0, 0.0)}}, {zprdftr, 1, 20, 400, {std::nextafter(-10.0, 0.0)}},
+      {zpdfszm, 1, 5, 9, {1, std::nextafter(-1.0, 0.0)}}, {zpdfszm, 1, 10, 400, {-1}}, {zpdfszm, 2, 5, 400, {-1}},
+      {zpdfszm, 4, 8, 39, {-1}}, {zpdfszm, 12, 24, 119, {-1}}, {zpdfssm, 1, 5, 9, {-0.5, -2.5}},
+      {zpdfssm, 1, 10, 400, {-1}}, {zpdfssm, 2, 5, 19, {-1}}, {zpdfssm, 4, 8, 39, {-1}},
+      {zpdfssm, 6, 12, 400, {-1}}, {zpdfssm, 12, 24, 119, {-1}}, {zpdfstr, 1, 5, 9, {-1, -3}},
       {zpdfstr, 1, 10, 400, {-2.5}},
   };
   for (const auto& sp : splits)
@@ -274,36 +241,8 @@ TEST(DickeyFuller, ContinuousWhereTheBandOfSampleSizesChanges) {
   }
 }
 
-struct Reference {
-  std::string source, function;
-  int d, n;
-  double p, statistic;
-};
-
-// Lines "source,function,d,n,p,statistic"; n "inf" is taken as a million rows.
-std::vector<Reference> load(const std::string& name) {
-  std::ifstream in(std::string(FMSD_TEST_DATA) + "/probability/" + name);
-  std::vector<Reference> rows;
-  std::string line;
-  std::getline(in, line);
-  while (std::getline(in, line)) {
-    std::stringstream ls(line);
-    Reference r;
-    std::string d, n, p, s;
-    std::getline(ls, r.source, ',');
-    std::getline(ls, r.function, ',');
-    std::getline(ls, d, ',');
-    std::getline(ls, n, ',');
-    std::getline(ls, p, ',');
-    std::getline(ls, s, ',');
-    r.d = std::atoi(d.c_str());
-    r.n = n == "inf" ? 1000000 : std::atoi(n.c_str());
-    r.p = std::strtod(p.c_str(), nullptr);
-    r.statistic = std::strtod(s.c_str(), nullptr);
-    rows.push_back(r);
-  }
-  return rows;
-}
+// Sample size n of a reference row; "inf" is taken as a million rows.
+int rows_of(const CsvRow& r) { return r.text("n") == "inf" ? 1000000 : r.integer("n"); }
 
 Fn by_name(const std::string& name) {
   for (const auto& f : functions())
@@ -313,27 +252,27 @@ Fn by_name(const std::string& name) {
 
 // Simulated quantiles of each function's statistic at selected n of every band.
 TEST(DickeyFuller, MatchesTheSimulatedDistribution) {
-  const auto rows = load("dickeyfuller_simulated.csv");
+  const auto rows = read_csv("probability/dickeyfuller_simulated.csv");
   ASSERT_GT(rows.size(), 1000u);
-  for (const auto& r : rows) {
-    const double got = prob(by_name(r.function), r.statistic, r.n, r.d);
-    const Bound b = bound_of(r.function, r.d, r.n);
-    EXPECT_LE(std::fabs(got - r.p), r.p >= 0.01 && r.p <= 0.10 ? b.tail : b.all) << r.function << " d " << r.d << " n " << r.n << " p " << r.p;
+  for (const CsvRow& r : rows) {
+    const double want = r.num("p");
+    const double got = prob(by_name(r.text("function")), r.num("statistic"), rows_of(r), r.integer("d"));
+    const Bound b = bound_of(r.text("function"), r.integer("d"), rows_of(r));
+    EXPECT_LE(std::fabs(got - want), want >= 0.01 && want <= 0.10 ? b.tail : b.all) << r.line;
   }
 }
 
 // Fuller's tables count observations: T = n + 1 for n regression rows, and the
 // normalized statistic is T(rho^ - 1). The other sources count regression rows.
 TEST(DickeyFuller, PublishedPercentilesComeOutAtTheirLevels) {
-  const auto rows = load("dickeyfuller_published.csv");
+  const auto rows = read_csv("probability/dickeyfuller_published.csv");
   ASSERT_EQ(rows.size(), 200u);
-  for (const auto& r : rows) {
-    const bool fuller = r.source.rfind("fuller", 0) == 0;
-    const bool rho = r.function[2] == 'r';
-    const int n = fuller && r.n < 1000000 ? r.n - 1 : r.n;
-    const double statistic = fuller && rho ? r.statistic * n / r.n : r.statistic;
-    const double got = prob(by_name(r.function), statistic, n, r.d);
-    EXPECT_LT(std::fabs(got - r.p), 0.005) << r.source << " " << r.function << " n " << r.n << " p " << r.p;
+  for (const CsvRow& r : rows) {
+    const bool fuller = r.text("source").rfind("fuller", 0) == 0;
+    const bool rho = r.text("function")[2] == 'r';
+    const int t = rows_of(r), n = fuller && t < 1000000 ? t - 1 : t;
+    const double statistic = fuller && rho ? r.num("statistic") * n / t : r.num("statistic");
+    EXPECT_LT(std::fabs(prob(by_name(r.text("function")), statistic, n, r.integer("d")) - r.num("p")), 0.005) << r.line;
   }
 }
 

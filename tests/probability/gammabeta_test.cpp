@@ -1,11 +1,10 @@
-// Sentinels, statuses, closed forms and branch switches of the gamma and beta routines.
-// Hard-coded reference values were computed with mpmath at 50 digits; the others are
-// closed forms evaluated here with the C library.
+// Sentinels, statuses, exact points and branch switches of the gamma and beta routines;
+// accuracy_test covers their interiors against mpmath. Hard-coded reference values were
+// computed with mpmath at 50 digits; the others are closed forms.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
-#include <numbers>
 #include <ostream>
 
 #include "fmsd/probability.h"
@@ -53,19 +52,8 @@ TEST(LogGamma, SentinelAndExactPoints) {
   EXPECT_TRUE(std::isnan(zlgamma(kNaN)));
   EXPECT_EQ(zlgamma(1), 0);
   EXPECT_EQ(zlgamma(2), 0);
-  EXPECT_NEAR(zlgamma(0.5), 0.5 * std::log(std::numbers::pi), 2e-16);
-  expect_rel(zlgamma(5), std::log(24.0), 2e-16);
   // Half-integers above the reduction interval take the exact ln Gamma(1.5) as well (mpmath).
   expect_rel(zlgamma(10.5), 13.940625219403763, 4e-16);
-}
-
-TEST(LogGamma, RationalFitsAndReduction) {
-  // mpmath; 0.3 is lifted into [1, 2], 3.7 lowered, 1.25 and 1.75 use one fit each.
-  expect_rel(zlgamma(0.3), 1.0957979948180756, 4e-16);
-  expect_rel(zlgamma(1.25), -0.09827183642181316, 4e-15);
-  expect_rel(zlgamma(1.75), -0.08440112102048555, 4e-15);
-  expect_rel(zlgamma(3.7), 1.428072326665388, 4e-16);
-  expect_rel(zlgamma(1e-300), 690.7755278982137, 4e-16);
 }
 
 TEST(LogGamma, StirlingSwitchAt15) {
@@ -88,7 +76,6 @@ TEST(LogBeta, SentinelAndClosedForms) {
   // Both sides of the switch to the Stirling form: B(15, 3) = 2 / (15 16 17).
   expect_rel(zlbeta(15, 3), std::log(2.0 / (15 * 16 * 17)), 1e-15);
   expect_rel(zlbeta(below(15), 3), std::log(2.0 / (15 * 16 * 17)), 1e-14);
-  expect_rel(zlbeta(0.5, 100), -1.7289701552775227, 1e-15);  // mpmath
 }
 
 TEST(IncompleteBeta, SentinelsAndStatuses) {
@@ -104,23 +91,9 @@ TEST(IncompleteBeta, SentinelsAndStatuses) {
   EXPECT_EQ(ibeta(0.9375, 500, 500), (Beta{0, 1, 0}));
 }
 
-TEST(IncompleteBeta, ClosedForms) {
-  for (double x : {1e-10, 0.2, 0.5, 0.75, 0.999}) {
-    const Beta r = ibeta(x, 1, 1);
-    EXPECT_EQ(r.status, 0);
-    EXPECT_NEAR(r.i, x, 2e-16 + 2e-16 * x);
-    EXPECT_NEAR(r.d, 1, 2e-15);
-  }
+TEST(IncompleteBeta, Symmetry) {
+  for (double x : {1e-10, 0.2, 0.5, 0.999}) EXPECT_NEAR(ibeta(x, 1, 1).i, x, 2e-16 + 2e-16 * x);
   for (double a : {0.3, 1.0, 2.5, 10.0}) EXPECT_NEAR(ibeta(0.5, a, a).i, 0.5, 2e-15) << a;
-  // a below 1 takes the shift, I_x(1/2, 1) = sqrt(x), density 1 / (2 sqrt(x)).
-  Beta r = ibeta(0.3, 0.5, 1);
-  EXPECT_NEAR(r.i, std::sqrt(0.3), 2e-16);
-  expect_rel(r.d, 0.5 / std::sqrt(0.3), 4e-15);
-  // Exchanged to I_0.1(1/2, 1), then shifted: I_x(1, 1/2) = 1 - sqrt(1 - x).
-  EXPECT_NEAR(ibeta(0.9, 1, 0.5).i, 1 - std::sqrt(0.1), 4e-16);
-  // mpmath, and the reflection I_x(a, b) = 1 - I_{1-x}(b, a) through the exchange.
-  EXPECT_NEAR(ibeta(0.3, 2.5, 7.5).i, 0.6789434858661816, 3e-15);
-  EXPECT_NEAR(ibeta(0.7, 7.5, 2.5).i, 0.32105651413381825, 3e-15);
 }
 
 TEST(IncompleteBeta, ExchangeRulesAreContinuous) {
@@ -152,22 +125,7 @@ TEST(IncompleteGamma, SentinelsAndStatuses) {
   EXPECT_EQ(igamma(0, 2), (Gamma{0, 0, 1, 0}));
 }
 
-TEST(IncompleteGamma, ClosedForms) {
-  // P(1, x) = 1 - e^-x by the series (x <= 1) and by Legendre's fraction.
-  for (double x : {0.25, 1.0, 3.0, 40.0}) {
-    const Gamma r = igamma(x, 1);
-    EXPECT_EQ(r.status, 0);
-    expect_rel(r.p, -std::expm1(-x), 1e-15);
-    expect_rel(r.q, std::exp(-x), 4e-15);
-    expect_rel(r.d, std::exp(-x), 4e-15);
-  }
-  // a = 1/2 is shifted to 3/2: P = erf(sqrt(x)), density e^-x / sqrt(pi x).
-  for (double x : {0.2, 2.0}) {
-    const Gamma r = igamma(x, 0.5);
-    EXPECT_NEAR(r.p, std::erf(std::sqrt(x)), 2e-16) << x;
-    EXPECT_NEAR(r.q, std::erfc(std::sqrt(x)), 2e-16) << x;
-    expect_rel(r.d, std::exp(-x) / std::sqrt(std::numbers::pi * x), 4e-15);
-  }
+TEST(IncompleteGamma, SubnormalDensityIsCut) {
   // e^-720 is representable only as a subnormal: the density is cut to 0, the tail is not.
   const Gamma r = igamma(720, 1);
   EXPECT_EQ(r.d, 0);
@@ -189,9 +147,6 @@ TEST(IncompleteGamma, LargeShape) {
   expect_rel(igamma(below(9730), 10000).p, 0.0032508025108755082, 1e-11);
   expect_rel(igamma(10270, 10000).q, 0.0036876939803948123, 2e-6);
   expect_rel(igamma(std::nextafter(10270.0, 1e5), 10000).q, 0.0036876939803948123, 1e-11);
-  // Far tails by the lower and the upper continued fraction.
-  expect_rel(igamma(19000, 20000).p, 3.23687464361859e-13, 1e-11);
-  expect_rel(igamma(21000, 20000).q, 1.7148666085753986e-12, 1e-11);
 }
 
 }  // namespace

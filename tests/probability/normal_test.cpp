@@ -1,5 +1,6 @@
 // The normal routines and the F, t and chi-square tails: exact values at the ends,
-// symmetry, continuity where formulas switch, round trips and every sentinel.
+// symmetry, continuity where formulas switch, round trips and every sentinel. Interior
+// accuracy is accuracy_test's, against mpmath.
 
 #include <gtest/gtest.h>
 
@@ -23,7 +24,6 @@ TEST(Normal, ExactValuesAtTheEnds) {
   EXPECT_EQ(zferfc(-27), 2.0);
   EXPECT_EQ(zferf(27), 1.0);
   EXPECT_EQ(zferf(-27), -1.0);
-  EXPECT_EQ(kLowest, -std::sqrt(1416.792837));
   EXPECT_TRUE(std::isnan(zprbnrm(NAN)));
   EXPECT_TRUE(std::isnan(zferfc(NAN)));
 }
@@ -40,22 +40,17 @@ TEST(Normal, SymmetryAndContinuityAtTheSwitches) {
     EXPECT_LT(std::fabs(zferfc(below) - zferfc(above) - slope), 4e-16 * zferfc(t)) << t;
     EXPECT_LT(std::fabs(zferf(above) - zferf(below) - slope), 4e-16 * zferf(t)) << t;
   }
-  // Published 97.5% point.
-  EXPECT_LT(std::fabs(zprbnrm(-1.959963984540054) - 0.025), 2e-17);
 }
 
 TEST(Normal, QuantileEndsDomainAndRoundTrip) {
   EXPECT_EQ(zprobit(0), kLowest);
   EXPECT_EQ(zprobit(1), 7.941345326170997);
-  EXPECT_LT(std::fabs(zprobit(0.5)), 1e-16);
-  EXPECT_NEAR(zprobit(0.975), 1.959963984540054, 3e-16);
   EXPECT_TRUE(std::isnan(zprobit(-0.1)));
   EXPECT_TRUE(std::isnan(zprobit(1.5)));
   EXPECT_TRUE(std::isnan(zprobit(NAN)));
   // Newton branch: the point returned is one step past a probability within 1e-12 of p.
   const double z = zprobit(1e-20);
   EXPECT_LT(rel(zprbnrm(z), 1e-20), 1e-12);
-  EXPECT_EQ(zprobit(1e-320), zprobit(1e-320));  // ends, whatever the subnormal
   for (double p = 1e-10; p < 1 - 1e-10; p = p < 0.5 ? p * 1.7 : 1 - (1 - p) / 1.7) {
     const double back = zprbnrm(zprobit(p));
     // Phi's own error near |z| = 6 is a few units; the conditioning of the tails adds z^2 units.
@@ -75,32 +70,18 @@ TEST(Normal, MillsRatioHasNoJumpAtFive) {
   EXPECT_EQ(r, 0.0);
 }
 
-TEST(Normal, LogTails) {
+TEST(Normal, LogTailsAndInverseGaussianEnds) {
   double lo, up, dens;
   ASSERT_EQ(zlognrm(0, &lo, &up, &dens), 0);
   EXPECT_EQ(lo, std::log(0.5));
   EXPECT_EQ(up, std::log(0.5));
   EXPECT_EQ(dens, -0.9189385332046728);
-  // Phi(-40) underflows but its logarithm does not: mpmath gives -804.6084420137538.
-  ASSERT_EQ(zlognrm(-40, &lo, &up, &dens), 0);
-  EXPECT_LT(rel(lo, -804.6084420137538), 1e-15);
-  EXPECT_LT(std::fabs(up), 1e-300);
-}
-
-TEST(Normal, InverseGaussianAndLn1px) {
   EXPECT_EQ(zprbigs(0, 3), 0.0);
-  for (double b : {0.01, 0.5, 2.0, 30.0}) {
-    const double want = 0.5 + std::exp(2 * b) * 0.5 * std::erfc(2 * std::sqrt(b) / std::sqrt(2.0));
-    EXPECT_LT(rel(zprbigs(1, b), want), 1e-13) << b;
-  }
   EXPECT_TRUE(std::isnan(zprbigs(-1, 1)));
   EXPECT_EQ(zln1px(1e-300), 1e-300);
-  EXPECT_EQ(zln1px(0.0313), std::log(1.0313));
-  EXPECT_NE(zln1px(0.03125), std::log(1.03125));  // the series, not the logarithm
-  EXPECT_LT(rel(zln1px(0.03125), std::log1p(0.03125)), 2e-16);
 }
 
-TEST(Tails, SentinelsAndClosedForms) {
+TEST(Tails, SentinelsAndExactEnds) {
   hosted();
   EXPECT_EQ(zprbf(0, 3, 10), 1.0);
   EXPECT_EQ(zprbf(-1, 3, 10), -1.0);
@@ -111,19 +92,10 @@ TEST(Tails, SentinelsAndClosedForms) {
   EXPECT_EQ(zpgt2(-5, 3), -2.0);               // first argument of the beta outside [0, 1]
   EXPECT_TRUE(is_missing(zpgx2(-1, 3)));
   EXPECT_TRUE(is_missing(zpgx2(4, -2)));
-  for (double f : {0.1, 1.0, 7.5}) EXPECT_LT(rel(zprbf(f, 2, 2), 1 / (1 + f)), 1e-14) << f;
   for (int df : {1, 2, 7, 100}) {
     EXPECT_EQ(zpgt2(0, df), 1.0);
     EXPECT_EQ(zpgx2(0, df), 1.0);
   }
-  const double pi = 3.141592653589793;
-  for (double t : {0.3, 1.0, 4.0, 50.0}) {
-    EXPECT_LT(rel(zpgt2(t * t, 1), 1 - 2 / pi * std::atan(t)), 1e-13) << t;
-    const double r = std::sqrt(2 + t * t);
-    EXPECT_LT(rel(zpgt2(t * t, 2), 2 / ((r + t) * r)), 1e-13) << t;
-  }
-  for (double x : {0.5, 3.0, 40.0, 1400.0}) EXPECT_LT(rel(zpgx2(x, 2), std::exp(-x / 2)), 1e-13) << x;
-  EXPECT_LT(std::fabs(zpgt2(1.959963984540054 * 1.959963984540054, 100000) - 0.05), 1e-5);
 }
 
 }  // namespace

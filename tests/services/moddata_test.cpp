@@ -2,55 +2,14 @@
 // as the command line calls it: parameters as host lists from JSON, data sets as
 // CSV files in a temporary directory, each call inside the host's call bracket.
 // Expected data sets come from tools/moddata_reference.py.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <cmath>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
-#include <vector>
 
-#include "host/arguments.h"
-#include "host/datasets.h"
-#include "host/host.h"
-#include "host/json.h"
-#include "host/lists.h"
+#include "tests/services/service_test.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using fmsd::host::Arguments;
-using Rows = std::vector<std::vector<std::string>>;
-
-std::string slurp(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
-std::string fixture(const std::string& name) { return slurp(fs::path(FMSD_TEST_DATA) / "services" / name); }
-
-// A data set as the host writes it, header first; no cell here holds a comma.
-Rows parse(const std::string& text) {
-  Rows rows;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    rows.emplace_back();
-    std::istringstream cells(line + ",");
-    for (std::string cell; std::getline(cells, cell, ',');) rows.back().push_back(cell);
-  }
-  return rows;
-}
-
-std::vector<std::string> column(const Rows& rows, const std::string& name) {
-  std::vector<std::string> cells;
-  for (std::size_t j = 0; j < rows.at(0).size(); ++j)
-    if (rows[0][j] == name)
-      for (std::size_t i = 1; i < rows.size(); ++i) cells.push_back(rows[i][j]);
-  return cells;
-}
+using namespace fmsd_test;
 
 // Dates and missing values compare as text, numbers to within rounding.
 void expect_same(const Rows& actual, const Rows& expected) {
@@ -68,40 +27,18 @@ void expect_same(const Rows& actual, const Rows& expected) {
     }
 }
 
-class ModData : public ::testing::Test {
+class ModData : public ServiceTest {
  protected:
-  void SetUp() override {
-    std::string error;
-    module_ = fmsd::host::Module::load(host_, FMSD_TEST_MODULE, error);
-    ASSERT_TRUE(module_) << error;
-    dir_ = fs::temp_directory_path() / ("fmsd-moddata-" + std::to_string(::getpid()) + "-" +
-                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::create_directories(dir_);
-    ASSERT_TRUE(host_.datasets().bind_directory("T", dir_.string(), error)) << error;
-  }
-  void TearDown() override { fs::remove_all(dir_); }
+  void SetUp() override { attach(1, true); }
 
-  void write(const std::string& member, const std::string& text) { std::ofstream(dir_ / (member + ".csv")) << text; }
-  std::string contents(const std::string& member) { return slurp(dir_ / (member + ".csv")); }
   Rows output() { return parse(contents("out")); }
 
-  double call(Arguments& args) {
-    fmsd::host::CallContext context(host_, args);
-    host_.datasets().begin_call();
-    EXPECT_EQ(module_->registration().services.at(1)(context.context(), context.arguments()), 0);
-    const double result = args.result().value_or(-1);
-    host_.datasets().finish_call(result >= 0);
-    return result;
-  }
+  using ServiceTest::call;
   double call(const std::string& parameters, const std::string& in = "T.IN", const std::string& out = "T.OUT") {
     Arguments args;
-    args.word(0).word(fmsd::host::json_to_list(host_.lists(), parameters).id()).text(in).text(out);
+    args.word(0).word(list(parameters)).text(in).text(out);
     return call(args);
   }
-
-  fmsd::host::Host host_;
-  std::unique_ptr<fmsd::host::Module> module_;
-  fs::path dir_;
 };
 
 const std::string kInput = "DATE,SALES,NAME\n1990-01-01,10,\"a\"\n1990-02-01,11,\"b\"\n1990-03-01,12,\"c\"\n"
@@ -130,8 +67,8 @@ TEST_F(ModData, MonthlyModelDataMatchesTheReference) {
   std::string adjonly = fixture("moddata_monthly.json");
   adjonly.replace(adjonly.find("\"ARIMA\""), 7, "\"ADJ\"");
   ASSERT_EQ(call(adjonly), 0);
-  const std::vector<std::string> sales = column(parse(fixture("moddata_monthly_in.csv")), "SALES");
-  const std::vector<std::string> actual = column(output(), "SALES");
+  const Column sales = column(parse(fixture("moddata_monthly_in.csv")), "SALES");
+  const Column actual = column(output(), "SALES");
   for (std::size_t k = 0; k < 30; ++k) {
     if (sales[k + 2].empty()) {
       EXPECT_EQ(actual[k], "");
@@ -152,7 +89,7 @@ TEST_F(ModData, TimeIDsFollowTheAlignment) {
   ASSERT_EQ(call(parameters(kActual, R"({"DATA_RANGE": {"NOBS": 3, "STDATE": 10958}})",
                             R"({"INTERVAL": "MONTH", "SINTERVAL": "YEAR"})", R"(, "ALIGN": "END")")),
             0);
-  EXPECT_EQ(column(output(), "DATE"), (std::vector<std::string>{"1990-01-31", "1990-02-28", "1990-03-31"}));
+  EXPECT_EQ(column(output(), "DATE"), (Column{"1990-01-31", "1990-02-28", "1990-03-31"}));
 }
 
 // The data range may ask for more points than the input holds: the points after
@@ -165,11 +102,10 @@ TEST_F(ModData, TheDataRangeMayRunPastTheInput) {
                             R"({"INTERVAL": "MONTH", "SINTERVAL": "YEAR", "NSEASONS": 12})")),
             0);
   const Rows out = output();
-  const std::vector<std::string> none(10, "");
-  std::vector<std::string> sales{"10", "11", "12", "13"};
-  sales.insert(sales.end(), none.begin(), none.end());
+  Column sales{"10", "11", "12", "13"};
+  sales.resize(14);
   EXPECT_EQ(column(out, "SALES"), sales);
-  EXPECT_EQ(column(out, "JAN"), (std::vector<std::string>{"1", "0", "0", "0", "0", "0", "0", "0", "0", "0", "0", "0",
+  EXPECT_EQ(column(out, "JAN"), (Column{"1", "0", "0", "0", "0", "0", "0", "0", "0", "0", "0", "0",
                                                           "1", "0"}));
   EXPECT_EQ(column(out, "FEB")[13], "1");
 
@@ -177,7 +113,7 @@ TEST_F(ModData, TheDataRangeMayRunPastTheInput) {
   ASSERT_EQ(call(parameters(kActual + dummies, R"({"DATA_RANGE": {"NOBS": 2, "STDATE": 10958}})",
                             R"({"INTERVAL": "MONTH", "SINTERVAL": "YEAR", "NSEASONS": 1})")),
             0);
-  EXPECT_EQ(column(output(), "JAN"), (std::vector<std::string>{"", ""}));
+  EXPECT_EQ(column(output(), "JAN"), (Column{"", ""}));
   // Without a data range the unknown input count leaves no point to write.
   ASSERT_EQ(call(parameters(kActual, "{}")), 0);
   EXPECT_EQ(output().size(), 1u);
@@ -187,7 +123,7 @@ TEST_F(ModData, AFailedReadKeepsTheRowsBeforeIt) {
   write("in", kInput);
   host_.datasets().fail_read("T.IN", 3);
   ASSERT_EQ(call(parameters()), 0);
-  EXPECT_EQ(column(output(), "SALES"), (std::vector<std::string>{"10", "11"}));
+  EXPECT_EQ(column(output(), "SALES"), (Column{"10", "11"}));
 }
 
 // ---- refusals: each leaves an existing output as it was -----------------------------------
@@ -206,7 +142,7 @@ class Refused : public ModData {
 };
 
 TEST_F(Refused, ArgumentsAndParameterListsThatDoNotFit) {
-  const fmsd_word list = fmsd::host::json_to_list(host_.lists(), parameters()).id();
+  const fmsd_word list = this->list(parameters());
   Arguments text_first, no_list, no_output;
   text_first.text("X").word(list).text("T.IN").text("T.OUT");
   no_list.word(0).word(0).text("T.IN").text("T.OUT");
@@ -244,12 +180,11 @@ TEST_F(Refused, DataSetsAndVariablesThatCannotBeUsed) {
 
 TEST_F(Refused, DataSetFaults) {
   auto& datasets = host_.datasets();
-  datasets.fail_open("T.IN");
-  EXPECT_EQ(call(parameters()), -996);
-  datasets.clear_faults();
-  datasets.fail_open("T.OUT");
-  EXPECT_EQ(call(parameters()), -996);
-  datasets.clear_faults();
+  for (const char* name : {"T.IN", "T.OUT"}) {
+    datasets.fail_open(name);
+    EXPECT_EQ(call(parameters()), -996) << name;
+    datasets.clear_faults();
+  }
   datasets.fail_read("T.IN", 1);  // fails while counting and again after
   EXPECT_EQ(call(parameters()), -996);
   datasets.clear_faults();

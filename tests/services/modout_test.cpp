@@ -1,31 +1,20 @@
 // The model output service called through the registered service table of the real
 // host: reference cases computed with numpy and scipy (tools/modout_reference.py),
 // edge cases of the merge, every result code, and failures of memory and data sets.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "host/arguments.h"
-#include "host/datasets.h"
-#include "host/host.h"
-#include "host/json.h"
-#include "host/lists.h"
 #include "host/storage.h"
+#include "tests/services/service_test.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using fmsd::host::Arguments;
+using namespace fmsd_test;
 using fmsd::host::is_missing;
-using Column = std::vector<double>;
+using Numbers = std::vector<double>;
 
 const double M = std::numeric_limits<double>::quiet_NaN();  // a missing value in the tables below
 
@@ -61,13 +50,7 @@ struct Params {
   }
 };
 
-std::string slurp(const fs::path& path) {
-  std::stringstream s;
-  s << std::ifstream(path).rdbuf();
-  return s.str();
-}
-
-void expect_close(const Column& got, const Column& want, const std::string& what, double tolerance = 1e-12) {
+void expect_close(const Numbers& got, const Numbers& want, const std::string& what, double tolerance = 1e-12) {
   ASSERT_EQ(got.size(), want.size()) << what;
   for (std::size_t i = 0; i < want.size(); ++i) {
     if (std::isnan(want[i]))
@@ -77,38 +60,13 @@ void expect_close(const Column& got, const Column& want, const std::string& what
   }
 }
 
-class ModelOutput : public ::testing::Test {
+class ModelOutput : public ServiceTest {
  protected:
   void SetUp() override {
-    mcn_main(host_.control_block(), host_.process_block());
-    fmsd_word status[2] = {}, handle = 0;
-    fmsd_word request[2] = {reinterpret_cast<fmsd_word>(status), reinterpret_cast<fmsd_word>(&handle)};
-    ASSERT_EQ(qorfmsd(reinterpret_cast<fmsd_word>(&host_), request), 1);
-    modout_ = host_.registrations().back().services.at(0);
-    dir_ = fs::temp_directory_path() / ("fmsd-modout-" + std::to_string(::getpid()) + "-" +
-                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::create_directories(dir_);
-    std::string error;
-    ASSERT_TRUE(host_.datasets().bind_directory("T", dir_.string(), error)) << error;
+    attach(0, false);
     write("in", kInput);
     write("fc", kForecast);
     write("out", "OLD\n1\n");
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
-  void write(const std::string& member, const std::string& text) { std::ofstream(dir_ / (member + ".csv")) << text; }
-
-  // One service call as the command line makes it; the result code, or 1 when none was set.
-  double call(Arguments& args) {
-    host_.datasets().begin_call();
-    {
-      fmsd::host::CallContext context(host_, args);
-      EXPECT_EQ(modout_(context.context(), context.arguments()), 0);
-    }
-    const double result = args.result().value_or(1);
-    host_.datasets().finish_call(result >= 0);
-    EXPECT_EQ(host_.datasets().open_count(), 0u);
-    return result;
   }
 
   double run(const std::string& params, bool with_results = true, const char* input = "T.IN") {
@@ -121,8 +79,8 @@ class ModelOutput : public ::testing::Test {
   double run(const Params& p = {}, bool with_results = true) { return run(p.json(), with_results); }
 
   // The output data set through the host's storage, dates as day numbers.
-  std::map<std::string, Column> output(std::vector<std::string>* names = nullptr) {
-    std::map<std::string, Column> t;
+  std::map<std::string, Numbers> output(std::vector<std::string>* names = nullptr) {
+    std::map<std::string, Numbers> t;
     std::string error;
     auto reader = host_.datasets().library("T")->open("OUT", error);
     if (!reader) ADD_FAILURE() << error;
@@ -136,10 +94,7 @@ class ModelOutput : public ::testing::Test {
     return t;
   }
 
-  fmsd::host::Host host_;
-  fmsd_service_fn* modout_ = nullptr;
   fmsd_word results_ = 0;
-  fs::path dir_;
 };
 
 // ---- reference cases -------------------------------------------------------------------
@@ -155,39 +110,33 @@ void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 class ReferenceCase : public ModelOutput, public ::testing::WithParamInterface<Case> {};
 
 TEST_P(ReferenceCase, MatchesTheIndependentComputation) {
-  const std::string name = GetParam().name;
-  const fs::path data = fs::path(FMSD_TEST_DATA) / "services";
-  write("in", slurp(data / (name.substr(0, name.find('_')) + "_input.csv")));
-  write("fc", slurp(data / (name.substr(0, name.find('_')) + "_forecast.csv")));
-  ASSERT_EQ(run(slurp(data / (name + "_params.json"))), 0) << (host_.log().empty() ? "" : host_.log().back());
+  const std::string name = GetParam().name, series = name.substr(0, name.find('_'));
+  const auto numbers = [](const Column& cells) {
+    Numbers x;
+    for (const std::string& cell : cells) x.push_back(cell.empty() ? M : std::stod(cell));
+    return x;
+  };
+  write("in", fixture(series + "_input.csv"));
+  write("fc", fixture(series + "_forecast.csv"));
+  ASSERT_EQ(run(fixture(name + "_params.json")), 0) << (host_.log().empty() ? "" : host_.log().back());
 
   std::vector<std::string> names;
   auto got = output(&names);
-  std::ifstream expected(data / (name + "_expected.csv"));
-  std::string line, cell;
-  std::getline(expected, line);
-  std::vector<std::string> header;
-  for (std::stringstream s(line); std::getline(s, cell, ',');) header.push_back(cell);
-  EXPECT_EQ(names, header);  // one variable per list entry, in list order
-  std::map<std::string, Column> want;
-  while (std::getline(expected, line)) {
-    std::stringstream s(line);
-    for (const std::string& h : header)
-      want[h].push_back(std::getline(s, cell, ',') && !cell.empty() ? std::stod(cell) : M);
-  }
-  for (const std::string& h : header) expect_close(got[h], want[h], name + " " + h, GetParam().tolerance);
+  const Rows want = parse(fixture(name + "_expected.csv"));
+  EXPECT_EQ(names, want[0]);  // one variable per list entry, in list order
+  for (std::size_t j = 0; j < want[0].size(); ++j)
+    expect_close(got[want[0][j]], numbers(column(want, j)), name + " " + want[0][j], GetParam().tolerance);
 
   const fmsd::host::List& results = host_.lists().get(results_);
   ASSERT_EQ(results.size(), 3u);
-  std::ifstream stats(data / (name + "_fitstats.csv"));
-  std::getline(stats, line);
-  for (long position = 0; std::getline(stats, line); ++position) {
+  const Rows stats = parse(fixture(name + "_fitstats.csv"));
+  for (long position = 0; position + 1 < static_cast<long>(stats.size()); ++position) {
+    const auto& row = stats[static_cast<std::size_t>(position) + 1];
     const fmsd::host::Item& item = position == 0 ? results.at(1) : results.at(3).sublist->at(position);
-    const std::string text = line.substr(line.find(',') + 1);
-    EXPECT_EQ(item.name, line.substr(0, line.find(',')));
+    EXPECT_EQ(item.name, row[0]);
     double value = M;
     if (!fmsd::host::read_double(item, value)) value = item.head.number;
-    expect_close({value}, {text.empty() ? M : std::stod(text)}, name + " " + item.name, GetParam().tolerance);
+    expect_close({value}, numbers({row[1]}), name + " " + item.name, GetParam().tolerance);
   }
 }
 
@@ -271,7 +220,7 @@ TEST_F(ModelOutput, EveryRefusalHasItsCodeAndLeavesTheOutputAsItWas) {
   unnamed.word(0).word(params).text("T.IN").text("").text("T.OUT").word(0);
   not_a_list.word(0).word(params).text("T.IN").text("T.FC").text("T.OUT").word(9999);
   for (Arguments* a : {&mismatched, &no_params, &unnamed, &not_a_list}) EXPECT_EQ(call(*a), -998);
-  EXPECT_EQ(slurp(dir_ / "out.csv"), "OLD\n1\n");
+  EXPECT_EQ(contents("out"), "OLD\n1\n");
 }
 
 TEST_F(ModelOutput, HostFailuresGiveTheirCodes) {
@@ -301,7 +250,7 @@ TEST_F(ModelOutput, HostFailuresGiveTheirCodes) {
   // An output with a row missing cannot be saved.
   datasets.fail_write("T.OUT", 2);
   EXPECT_EQ(run(), -996);
-  EXPECT_EQ(slurp(dir_ / "out.csv"), "OLD\n1\n");
+  EXPECT_EQ(contents("out"), "OLD\n1\n");
 
   // A read failure inside the series ends it: the rows before it are kept.
   datasets.clear_faults();

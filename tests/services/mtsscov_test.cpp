@@ -2,50 +2,24 @@
 // real host: a series checked against statsmodels (tools/mtsscov_reference.py), the
 // edge cases of short and gappy series, the unit-root specification, every result
 // code, and failures of memory, lists and data sets.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "host/arguments.h"
-#include "host/datasets.h"
-#include "host/host.h"
-#include "host/json.h"
-#include "host/lists.h"
 #include "services/mtsscov.h"
+#include "tests/services/service_test.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using fmsd::host::Arguments;
-using Table = std::map<std::string, std::vector<std::string>>;  // cells as text, empty when missing
+using namespace fmsd_test;
+using Table = std::map<std::string, Column>;  // cells as text, empty when missing
 
-std::string slurp(const fs::path& path) {
-  std::stringstream s;
-  s << std::ifstream(path).rdbuf();
-  return s.str();
-}
-
-std::string fixture(const std::string& name) { return slurp(fs::path(FMSD_TEST_DATA) / "services" / name); }
-
-Table parse(const std::string& text) {
+Table parse_table(const std::string& text) {
+  const Rows rows = parse(text);
   Table t;
-  std::istringstream in(text);
-  std::string line, cell;
-  std::vector<std::string> header;
-  std::getline(in, line);
-  for (std::istringstream s(line); std::getline(s, cell, ',');) header.push_back(cell);
-  while (std::getline(in, line)) {
-    std::istringstream s(line + ",");
-    for (const std::string& h : header) t[h].push_back(std::getline(s, cell, ',') ? cell : "");
-  }
+  for (std::size_t j = 0; j < rows.at(0).size(); ++j) t[rows[0][j]] = column(rows, j);
   return t;
 }
 
@@ -55,40 +29,19 @@ constexpr char kHeader[] =
     "LAG,N,ACOV,LACF,ACF,UACF,LPACF,PACF,UPACF,LIACF,IACF,UIACF,WNOISE,UNITROOT,SEASONUR,WN_LP,UR_LP,SUR_LP";
 constexpr char kProbabilities[] = ",ACF_PRB,PACF_PRB,IACF_PRB,ACF_LP,PACF_LP,IACF_LP";
 
-class Diagnostics : public ::testing::Test {
+class Diagnostics : public ServiceTest {
  protected:
   void SetUp() override {
-    mcn_main(host_.control_block(), host_.process_block());
-    fmsd_word status[2] = {}, handle = 0;
-    fmsd_word request[2] = {reinterpret_cast<fmsd_word>(status), reinterpret_cast<fmsd_word>(&handle)};
-    ASSERT_EQ(qorfmsd(reinterpret_cast<fmsd_word>(&host_), request), 1);
-    service_ = host_.registrations().back().services.at(3);
-    dir_ = fs::temp_directory_path() / ("fmsd-mtsscov-" + std::to_string(::getpid()) + "-" +
-                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::create_directories(dir_);
-    std::string error;
-    ASSERT_TRUE(host_.datasets().bind_directory("T", dir_.string(), error)) << error;
+    attach(3, false);
+    check_pool_ = true;
     write("in", fixture("mtsscov_input.csv"));
     write("out", kOld);
   }
-  void TearDown() override { fs::remove_all(dir_); }
 
-  void write(const std::string& member, const std::string& text) { std::ofstream(dir_ / (member + ".csv")) << text; }
-  std::string out() { return slurp(dir_ / "out.csv"); }
-  fmsd_word list(const std::string& json) { return fmsd::host::json_to_list(host_.lists(), json).id(); }
-
-  // One call as the command line makes it; every pool block is given back.
+  std::string out() { return contents("out"); }
+  // Also notes the result list the call leaves.
   double call(Arguments& args) {
-    const std::size_t blocks = host_.pool().live_blocks();
-    host_.datasets().begin_call();
-    {
-      fmsd::host::CallContext context(host_, args);
-      EXPECT_EQ(service_(context.context(), context.arguments()), 0);
-    }
-    const double result = args.result().value_or(1e9);
-    host_.datasets().finish_call(result >= 0);
-    EXPECT_EQ(host_.datasets().open_count(), 0u);
-    EXPECT_EQ(host_.pool().live_blocks(), blocks);
+    const double result = ServiceTest::call(args);
     list_ = args.result(8).value_or(-1);
     return result;
   }
@@ -114,9 +67,6 @@ class Diagnostics : public ::testing::Test {
   }
 
   static constexpr char kOld[] = "OLD\n1\n";
-  fmsd::host::Host host_;
-  fmsd_service_fn* service_ = nullptr;
-  fs::path dir_;
   double list_ = -1;
 };
 
@@ -124,8 +74,8 @@ TEST_F(Diagnostics, AgreesWithStatsmodels) {
   ASSERT_EQ(run(12, R"({"CORRPROB": 1})"), 0);
   const std::string text = out();
   EXPECT_EQ(text.substr(0, text.find('\n')), std::string(kHeader) + kProbabilities);
-  Table got = parse(text);
-  for (const auto& [name, column] : parse(fixture("mtsscov_expected.csv"))) {
+  Table got = parse_table(text);
+  for (const auto& [name, column] : parse_table(fixture("mtsscov_expected.csv"))) {
     ASSERT_EQ(got[name].size(), column.size()) << name;
     for (std::size_t k = 0; k < column.size(); ++k) {
       if (column[k].empty())
@@ -142,7 +92,7 @@ TEST_F(Diagnostics, AgreesWithStatsmodels) {
   auto r = results(&items);
   EXPECT_EQ(items, (std::vector<std::string>{"NLAGS", "MEAN", "NNMSS", "PACF_STD", "IACF_STD", "N", "URPVAL", "URREC",
                                               "SURPVAL", "SURREC"}));
-  const Table summary = parse(fixture("mtsscov_summary.csv"));
+  const Table summary = parse_table(fixture("mtsscov_summary.csv"));
   for (std::size_t i = 0; i < summary.at("name").size(); ++i)
     EXPECT_NEAR(r[summary.at("name")[i]], number(summary.at("value")[i]), 1e-9) << summary.at("name")[i];
   EXPECT_TRUE(std::isnan(r["URPVAL"]) && std::isnan(r["SURPVAL"]));
@@ -163,7 +113,7 @@ TEST_F(Diagnostics, ShortAndGappySeries) {
   // at lag 2, (1, 4) and (2, 8) at lag 3.
   EXPECT_EQ((std::vector<double>{r["NNMSS"], r["N"], r["MEAN"], r["PACF_STD"], r["NLAGS"]}),
             (std::vector<double>{4, 5, 3.75, 0.5, 3}));
-  Table t = parse(out());
+  Table t = parse_table(out());
   EXPECT_EQ(t["LAG"], (std::vector<std::string>{"0", "1", "2", "3"}));
   EXPECT_EQ(t["N"], (std::vector<std::string>{"4", "2", "1", "2"}));
   // Deviations -2.75, -1.75, ., 0.25, 4.25; the divisor is n less the pairs lost.
@@ -175,7 +125,7 @@ TEST_F(Diagnostics, ShortAndGappySeries) {
   write("in", "Y\n3\n1\n4\n1\n5\n");
   ASSERT_EQ(run(12), 1);
   EXPECT_EQ(results()["NLAGS"], 4);
-  EXPECT_EQ(parse(out())["LAG"].size(), 5u);
+  EXPECT_EQ(parse_table(out())["LAG"].size(), 5u);
 
   write("in", fixture("mtsscov_input.csv"));
   ASSERT_EQ(run(12, "", "Y", 50), 0);
@@ -218,12 +168,12 @@ TEST_F(Diagnostics, UnitRootProbabilities) {
   ASSERT_EQ(run(12, R"({"UNITROOT":{"TYPE":"SINGLEMEAN","STATTYPE":"STUDENTIZED","MAXAR":2},
                        "SEASONUR":{"TYPE":"SINGLEMEAN","DLAG":4}})"),
             0);
-  Table t = parse(out());
+  Table t = parse_table(out());
   auto r = results();
   EXPECT_NE(r["SURREC"], -99);
   EXPECT_EQ(std::vector<std::string>(t["UNITROOT"].begin() + 3, t["UNITROOT"].end()), std::vector<std::string>(10, ""));
   if (t["UNITROOT"][0].empty()) GTEST_SKIP() << "the Dickey-Fuller tables decline";
-  const Table adf = parse(fixture("mtsscov_adf.csv"));
+  const Table adf = parse_table(fixture("mtsscov_adf.csv"));
   for (std::size_t p = 0; p < 3; ++p) EXPECT_NEAR(number(t["UNITROOT"][p]), number(adf.at("pvalue")[p]), 0.01) << p;
   EXPECT_EQ(r["URPVAL"], number(t["UNITROOT"][2]));
   EXPECT_TRUE(!t["SEASONUR"][0].empty() && t["SEASONUR"][1].empty());

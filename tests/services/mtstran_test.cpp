@@ -2,54 +2,15 @@
 // service table as the command line calls it: options as host lists from JSON,
 // data sets as CSV files in a temporary directory, each call inside the host's call
 // bracket.  Expected series come from tools/mtstran_reference.py.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <optional>
-#include <sstream>
 #include <string>
-#include <vector>
 
-#include "host/arguments.h"
-#include "host/datasets.h"
-#include "host/host.h"
-#include "host/json.h"
-#include "host/lists.h"
+#include "tests/services/service_test.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using fmsd::host::Arguments;
-using Rows = std::vector<std::vector<std::string>>;
-using Column = std::vector<std::string>;
-
-std::string slurp(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
-std::string fixture(const std::string& name) { return slurp(fs::path(FMSD_TEST_DATA) / "services" / name); }
-
-Rows parse(const std::string& text, char separator = ',') {
-  Rows rows;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    rows.emplace_back();
-    std::istringstream cells(line + separator);
-    for (std::string cell; std::getline(cells, cell, separator);) rows.back().push_back(cell);
-  }
-  return rows;
-}
-
-Column column(const Rows& rows, std::size_t j) {
-  Column cells;
-  for (std::size_t i = 1; i < rows.size(); ++i) cells.push_back(rows[i].at(j));
-  return cells;
-}
+using namespace fmsd_test;
 
 // Missing values compare as empty cells, numbers to within a few rounding errors.
 void expect_near(const Column& actual, const Column& expected, double tolerance, const std::string& what) {
@@ -67,52 +28,28 @@ void expect_near(const Column& actual, const Column& expected, double tolerance,
 const std::string kSmall = "DATE,SALES,NAME\n1990-01-01,4,a\n1990-02-01,5,b\n1990-03-01,0,c\n1990-04-01,2,d\n"
                            "1990-05-01,3,e\n";
 
-class MtsTran : public ::testing::Test {
+class MtsTran : public ServiceTest {
  protected:
   void SetUp() override {
-    std::string error;
-    module_ = fmsd::host::Module::load(host_, FMSD_TEST_MODULE, error);
-    ASSERT_TRUE(module_) << error;
-    dir_ = fs::temp_directory_path() / ("fmsd-mtstran-" + std::to_string(::getpid()) + "-" +
-                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::create_directories(dir_);
-    ASSERT_TRUE(host_.datasets().bind_directory("T", dir_.string(), error)) << error;
+    attach(2, true);
+    check_pool_ = true;
     write("in", fixture("mtstran_in.csv"));
     write("small", kSmall);
   }
-  void TearDown() override { fs::remove_all(dir_); }
 
-  void write(const std::string& member, const std::string& text) { std::ofstream(dir_ / (member + ".csv")) << text; }
-  std::string contents(const std::string& member) { return slurp(dir_ / (member + ".csv")); }
   Rows output() { return parse(contents("out")); }
   Column treated() { return column(output(), 1); }
 
-  fmsd_word list(const std::string& json) { return fmsd::host::json_to_list(host_.lists(), json).id(); }
-
-  double call(Arguments& args) {
-    fmsd::host::CallContext context(host_, args);
-    host_.datasets().begin_call();
-    EXPECT_EQ(module_->registration().services.at(2)(context.context(), context.arguments()), 0);
-    const double result = args.result().value_or(-1);
-    host_.datasets().finish_call(result >= 0);
-    return result;
-  }
+  using ServiceTest::call;
   // A season length of nullopt is passed as a missing argument.
   double call(std::optional<std::string> options, std::optional<long> season = 12, const std::string& in = "T.IN",
               const std::string& var = "SALES", const std::string& carry = "DATE", const std::string& out = "T.OUT") {
     Arguments args;
     args.word(0).text(in).text(var).text(carry);
-    if (season)
-      args.integer(*season);
-    else
-      args.missing();
+    season ? args.integer(*season) : args.missing();
     args.word(options ? list(*options) : 0).text(out);
     return call(args);
   }
-
-  fmsd::host::Host host_;
-  std::unique_ptr<fmsd::host::Module> module_;
-  fs::path dir_;
 };
 
 // ---- what it writes ----------------------------------------------------------------
@@ -222,21 +159,19 @@ class MtsTranRefused : public MtsTran {
   void SetUp() override {
     MtsTran::SetUp();
     write("out", "X\n1\n");
-    blocks_ = host_.pool().live_blocks();
   }
   void TearDown() override {
     EXPECT_EQ(contents("out"), "X\n1\n");
-    EXPECT_EQ(host_.pool().live_blocks(), blocks_) << "the work arrays are given back";
     MtsTran::TearDown();
   }
-  std::size_t blocks_ = 0;
 };
 
 TEST_F(MtsTranRefused, ArgumentsThatDoNotFit) {
-  EXPECT_EQ(call("{}", 12, ""), -998);
-  EXPECT_EQ(call("{}", 12, "T.IN", ""), -998);
-  EXPECT_EQ(call("{}", 12, "T.IN", "SALES", ""), -998);
-  EXPECT_EQ(call("{}", 12, "T.IN", "SALES", "DATE", ""), -998);
+  for (int empty = 0; empty < 4; ++empty) {  // each name left empty in turn
+    std::string names[4] = {"T.IN", "SALES", "DATE", "T.OUT"};
+    names[empty].clear();
+    EXPECT_EQ(call("{}", 12, names[0], names[1], names[2], names[3]), -998) << empty;
+  }
   Arguments text_first, text_season, no_list;
   text_first.text("X").text("T.IN").text("SALES").text("DATE").integer(12).word(list("{}")).text("T.OUT");
   text_season.word(0).text("T.IN").text("SALES").text("DATE").text("12").word(list("{}")).text("T.OUT");
@@ -269,12 +204,11 @@ TEST_F(MtsTranRefused, TransformationsAndDecompositionsThatCannotRun) {
 
 TEST_F(MtsTranRefused, DataSetFaults) {
   auto& datasets = host_.datasets();
-  datasets.fail_open("T.IN");
-  EXPECT_EQ(call("{}"), -996);
-  datasets.clear_faults();
-  datasets.fail_open("T.OUT");
-  EXPECT_EQ(call("{}"), -996);
-  datasets.clear_faults();
+  for (const char* name : {"T.IN", "T.OUT"}) {
+    datasets.fail_open(name);
+    EXPECT_EQ(call("{}"), -996) << name;
+    datasets.clear_faults();
+  }
   // A row that cannot be written keeps the call a success, but the host saves
   // no output with a row missing.
   datasets.fail_write("T.OUT", 5);

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fmsd/transform.h"
@@ -26,9 +27,7 @@ TEST(VariableKeywords, AreMatchedOnEightBlankPaddedCharacters) {
                          "RESIDUAL", "RESSTD", "NRESID", "REG",   "ADJ",   "SD",    "TC",      "INT"};
   for (int k = 0; k < 16; ++k) EXPECT_EQ(code(fmsd::getvartype, types[k]), k) << types[k];
   // Case counts, and only the first eight characters are looked at.
-  EXPECT_EQ(code(fmsd::getvartype, "timeid"), fmsd::kUnclassified);
-  EXPECT_EQ(code(fmsd::getvartype, ""), fmsd::kUnclassified);
-  EXPECT_EQ(code(fmsd::getvartype, "TIMEIDX"), fmsd::kUnclassified);
+  for (const char* other : {"timeid", "", "TIMEIDX"}) EXPECT_EQ(code(fmsd::getvartype, other), fmsd::kUnclassified);
   EXPECT_EQ(code(fmsd::getvartype, "ACTUAL  X"), fmsd::kActual);
 
   const char* curves[] = {"LINEAR", "QUAD", "CUBE", "EXP", "LOG", "HYP", "POW", "LOGIT", "ERT"};
@@ -79,28 +78,22 @@ TEST_F(VarList, EntriesAreFilledFromTheNamedItems) {
                  8),
             5);
   const VariableEntry& a = entries_[0];
-  EXPECT_EQ(a.role, 'G');
-  EXPECT_EQ(name(a.input_name, a.input_name_length), "OLD");
-  EXPECT_EQ(name(a.name, a.name_length), "NEW");
-  EXPECT_EQ(a.type, fmsd::kTrendCurve);
-  EXPECT_EQ(a.kind, fmsd::kLogit);
-  EXPECT_EQ(a.date, static_cast<double>(march));
-  EXPECT_EQ(a.transform, ZTST_LOG);
-  EXPECT_EQ(a.transform_parameter, 2.5);
-  EXPECT_EQ(a.transform_option, ZTST_MEDIAN);
+  EXPECT_EQ(name(a.input_name, a.input_name_length) + " " + name(a.name, a.name_length), "OLD NEW");
+  EXPECT_EQ((std::vector<double>{static_cast<double>(a.role), static_cast<double>(a.type), static_cast<double>(a.kind),
+                                 a.date, static_cast<double>(a.transform), a.transform_parameter,
+                                 static_cast<double>(a.transform_option)}),
+            (std::vector<double>{'G', fmsd::kTrendCurve, fmsd::kLogit, static_cast<double>(march), ZTST_LOG, 2.5,
+                                 ZTST_MEDIAN}));
 
   // Names of 32 characters are kept; a longer one leaves the name empty.
   const VariableEntry& b = entries_[1];
-  EXPECT_EQ(b.role, 'I');
-  EXPECT_EQ(b.kind, fmsd::kPoint);
+  EXPECT_EQ(std::make_pair(b.role, b.kind), (std::pair<char, int>{'I', fmsd::kPoint}));
   EXPECT_EQ(name(b.name, b.name_length), name32);
   EXPECT_EQ(b.input_name_length, 0);
   EXPECT_TRUE(is_missing(b.date) && is_missing(b.transform_parameter));
 
-  EXPECT_EQ(entries_[2].role, 'F');
   EXPECT_EQ(entries_[2].kind, 0) << "only trend curves and interventions have kinds";
-  EXPECT_EQ(entries_[3].role, 0);
-  EXPECT_EQ(entries_[4].role, 'I');
+  EXPECT_EQ(std::string({entries_[2].role, entries_[3].role, entries_[4].role}), std::string("F\0I", 3));
 
   // The capacity bounds the entries filled; nothing is written past it.
   EXPECT_EQ(read(R"([{"FROM": "G"}, {"FROM": "G"}, {"FROM": "G"}])", 2), 2);
@@ -159,16 +152,11 @@ TEST_F(Roles, EachTypeGetsItsSlotOrGroupAndDefaultRole) {
                          role(10), role(11), role(12), role(13), role(14), role(15), role(16)}),
             "IIFIFFFGFFGIIFFFI");
   EXPECT_EQ(group(kRegressors), (std::vector<int>{11, 17}));
-  EXPECT_EQ(group(kAdjustments), std::vector<int>{12});
-  EXPECT_EQ(group(kSeasonalDummies), std::vector<int>{13});
-  EXPECT_EQ(group(kTrendCurves), std::vector<int>{14});
-  EXPECT_EQ(group(kInterventions), std::vector<int>{15});
-  EXPECT_EQ(group(kOthers), std::vector<int>{16});
+  const int single[][2] = {{kAdjustments, 12}, {kSeasonalDummies, 13}, {kTrendCurves, 14}, {kInterventions, 15}, {kOthers, 16}};
+  for (const auto& g : single) EXPECT_EQ(group(g[0]), std::vector<int>{g[1]}) << g[0];
   // The time ID and the generated and unclassified groups lose their transformation;
   // the actual series and the regressors keep theirs.
-  EXPECT_EQ(transform(0), 0);
-  EXPECT_EQ(transform(1), ZTST_LOG);
-  EXPECT_EQ(transform(11), ZTST_LOG);
+  EXPECT_EQ((std::vector<int>{transform(0), transform(1), transform(11)}), (std::vector<int>{0, ZTST_LOG, ZTST_LOG}));
   for (int i = 12; i <= 16; ++i) EXPECT_EQ(transform(i), 0) << i;
 }
 
@@ -193,10 +181,8 @@ TEST_F(Roles, UnclassifiedEntriesAreClaimedByTheirNames) {
   // A lower-case type is unclassified, and then claimed by a name beginning "TIMEID".
   ASSERT_EQ(sort({{kUnclassified, "TIMEID"}, {kUnclassified, "ACT"}, {kUnclassified, "STD"}, {kUnclassified, "W"}}),
             0);
-  EXPECT_EQ(slot(kTimeId), 0);
-  EXPECT_EQ(slot(kActual), 1);
-  EXPECT_EQ(slot(kStd), 2);
-  EXPECT_EQ(entries_[0].type, kTimeId);
+  EXPECT_EQ((std::vector<int>{slot(kTimeId), slot(kActual), slot(kStd), entries_[0].type}),
+            (std::vector<int>{0, 1, 2, kTimeId}));
   EXPECT_EQ(role(2), 'I') << "the first pass gave the unclassified entry its role";
   EXPECT_EQ(transform(2), 0);
   EXPECT_EQ(group(kOthers), std::vector<int>{3}) << "claimed entries leave the group";

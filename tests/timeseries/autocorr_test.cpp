@@ -5,61 +5,42 @@
 
 #include <cfloat>
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
 #include <limits>
 #include <map>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "fmsd/autocorr.h"
-#include "tests/hosted.h"
+#include "tests/csv_reader.h"
 
 namespace {
 
-constexpr double kNA = std::numeric_limits<double>::quiet_NaN();
 constexpr double kUnwritten = -12345.0;  // fills slots that must stay untouched
 
 struct Case {
-  std::vector<double> x;  // kNA for a missing value
+  std::vector<double> x;  // the host's missing value for a gap
   int maxlag = 0;
   bool gaps = false;
   double mean = 0;
-  std::vector<double> acov, count, acf, se, pacf, iacf, lbprob;  // kNA where NA
+  std::vector<double> acov, count, acf, se, pacf, iacf, lbprob;  // missing where NA
 };
-
-double number(const std::string& s) { return s == "NA" ? kNA : std::strtod(s.c_str(), nullptr); }
-
-// The fields of each row of a CSV file under the test data, header skipped.
-std::vector<std::vector<std::string>> rows(const char* file) {
-  std::ifstream in(std::string(FMSD_TEST_DATA "/timeseries/") + file);
-  std::vector<std::vector<std::string>> out;
-  std::string line;
-  std::getline(in, line);
-  while (std::getline(in, line)) {
-    std::stringstream ss(line);
-    out.emplace_back();
-    for (std::string f; std::getline(ss, f, ',');) out.back().push_back(f);
-  }
-  return out;
-}
 
 const std::map<std::string, Case>& cases() {
   static const std::map<std::string, Case> all = [] {
+    hosted();
     std::map<std::string, Case> m;
-    for (const auto& f : rows("autocorr_series.csv")) {
-      m[f[0]].x.push_back(number(f[2]));
-      m[f[0]].gaps |= f[2] == "NA";
+    for (const CsvRow& r : read_csv("timeseries/autocorr_series.csv")) {
+      m[r.text("case")].x.push_back(r.num("value"));
+      m[r.text("case")].gaps |= !r.has("value");
     }
-    for (const auto& f : rows("autocorr_reference.csv")) {
-      Case& c = m[f[0]];
-      c.maxlag = std::atoi(f[2].c_str());
-      if (f[3] == "0") c.mean = number(f[4]);
+    for (const CsvRow& r : read_csv("timeseries/autocorr_reference.csv")) {
+      Case& c = m[r.text("case")];
+      c.maxlag = r.integer("maxlag");
+      if (r.integer("lag") == 0) c.mean = r.num("mean");
       int column = 5;
       for (auto* values : {&c.acov, &c.count, &c.acf, &c.se, &c.pacf, &c.iacf, &c.lbprob})
-        values->push_back(number(f[column++]));
+        values->push_back(r.num(column++));
     }
     return m;
   }();
@@ -70,7 +51,7 @@ const std::map<std::string, Case>& cases() {
 void expect_lagged(const char* what, const std::vector<double>& ref, const double* got, int first,
                    double tol) {
   for (int k = first; k < static_cast<int>(ref.size()); ++k) {
-    if (std::isnan(ref[k]))
+    if (is_missing(ref[k]))
       EXPECT_TRUE(is_missing(got[k])) << what << " lag " << k << ": " << got[k];
     else
       EXPECT_NEAR(got[k], ref[k], tol) << what << " lag " << k;
@@ -84,8 +65,6 @@ TEST_P(AutocorrReference, AcfStandardErrorsAndLjungBox) {
   const Case& c = cases().at(GetParam());
   const int lags = c.maxlag;
   std::vector<double> x = c.x;
-  for (double& v : x)
-    if (std::isnan(v)) v = hosted().missing();
   std::vector<double> acov(lags + 1), acf(lags + 1), se(lags + 1), prob(lags + 1, kUnwritten);
   std::vector<int> count(lags + 1);
   double mean = 0;
@@ -100,7 +79,7 @@ TEST_P(AutocorrReference, AcfStandardErrorsAndLjungBox) {
 
   // On the series as ztsscor left it, centred; lags past the reduced maximum unwritten.
   int top = 0;
-  while (top < lags && !std::isnan(c.lbprob[top + 1])) ++top;
+  while (top < lags && !is_missing(c.lbprob[top + 1])) ++top;
   EXPECT_EQ(ztsslbw(x.data(), static_cast<int>(x.size()), lags, prob.data()), top);
   for (int k = 0; k <= lags; ++k) {
     if (k > top)

@@ -5,14 +5,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "fmsd/decompose.h"
-#include "tests/hosted.h"
+#include "tests/csv_reader.h"
 
 namespace {
 
@@ -48,24 +46,15 @@ struct Case {
   Vec x, trend, seasonal, resid;
 };
 
-double number(const std::string& s) { return s == "." ? fmsd::host::missing_value() : std::stod(s); }
-
 std::vector<Case> cases() {
-  std::ifstream f(std::string(FMSD_TEST_DATA) + "/timeseries/decompose_reference.csv");
-  EXPECT_TRUE(f.good());
   std::vector<Case> out;
-  std::string line;
-  std::getline(f, line);
-  while (std::getline(f, line)) {
-    std::vector<std::string> c;
-    std::istringstream row(line);
-    for (std::string field; std::getline(row, field, ',');) c.push_back(field);
-    if (c[2] == "0") out.push_back({c[0] == "multiplicative", std::stoi(c[1]), {}, {}, {}, {}});
+  for (const CsvRow& r : read_csv("timeseries/decompose_reference.csv")) {
+    if (r.integer("t") == 0) out.push_back({r.text("model") == "multiplicative", r.integer("period"), {}, {}, {}, {}});
     Case& k = out.back();
-    k.x.push_back(number(c[3]));
-    k.trend.push_back(number(c[4]));
-    k.seasonal.push_back(number(c[5]));
-    k.resid.push_back(number(c[6]));
+    k.x.push_back(r.num("x"));
+    k.trend.push_back(r.num("trend"));
+    k.seasonal.push_back(r.num("seasonal"));
+    k.resid.push_back(r.num("resid"));
   }
   return out;
 }

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "fmsd/fitstats.h"
-#include "tests/timeseries/csv_reader.h"
+#include "tests/csv_reader.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ struct Case {
 
 std::map<std::string, Case> series() {
   std::map<std::string, Case> cases;
-  for (const CsvRow& r : read_csv("fitstats_series.csv")) {
+  for (const CsvRow& r : read_csv("timeseries/fitstats_series.csv")) {
     Case& c = cases[r.text("case")];
     c.actual.push_back(r.num("actual"));
     c.predicted.push_back(r.num("predicted"));
@@ -42,7 +42,7 @@ std::string check(const CsvRow& r, const char* name, int got) {
 TEST(FitStatsReference, MatchesExactComputation) {
   hosted();
   auto inputs = series();
-  const auto rows = read_csv("fitstats_expected.csv");
+  const auto rows = read_csv("timeseries/fitstats_expected.csv");
   ASSERT_EQ(rows.size(), 30u);
   for (const CsvRow& r : rows) {
     Case& c = inputs[r.text("case")];

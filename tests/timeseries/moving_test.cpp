@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <limits>
 #include <map>
 #include <random>
@@ -14,7 +13,7 @@
 #include <vector>
 
 #include "fmsd/moving.h"
-#include "tests/hosted.h"
+#include "tests/csv_reader.h"
 
 namespace {
 
@@ -39,34 +38,10 @@ class Moving : public ::testing::Test {
   double miss = 0;
 };
 
-// '.' is missing; a NaN that is a value is written "nan".
-double number(const std::string& s) {
-  if (s == ".") return fmsd::host::missing_value();
-  if (s == "nan") return std::numeric_limits<double>::quiet_NaN();
-  if (s == "inf") return kInf;
-  if (s == "-inf") return -kInf;
-  return std::stod(s);
-}
-
 Vec numbers(const std::string& s) {
   Vec out;
   std::istringstream in(s);
-  for (std::string word; in >> word;) out.push_back(number(word));
-  return out;
-}
-
-// The fields of every row after the header; no field holds a comma.
-std::vector<std::vector<std::string>> rows(const std::string& name) {
-  std::ifstream f(std::string(FMSD_TEST_DATA) + "/timeseries/" + name);
-  EXPECT_TRUE(f.good()) << name;
-  std::vector<std::vector<std::string>> out;
-  std::string line;
-  std::getline(f, line);
-  while (std::getline(f, line)) {
-    std::istringstream row(line + ",");
-    auto& fields = out.emplace_back();
-    for (std::string field; std::getline(row, field, ',');) fields.push_back(field);
-  }
+  for (std::string word; in >> word;) out.push_back(CsvRow::number(word));
   return out;
 }
 
@@ -95,31 +70,29 @@ int run(const std::string& routine, const Vec& x, int k, int lead, int strict, i
 
 TEST_F(Moving, AgreesWithPeersAndExactArithmetic) {
   std::map<std::string, Vec> series;
-  for (const auto& r : rows("moving_series.csv")) series[r[0]].push_back(number(r[2]));
-  const auto cases = rows("moving_reference.csv");
+  for (const CsvRow& r : read_csv("timeseries/moving_series.csv")) series[r.text("series")].push_back(r.num("x"));
+  const auto cases = read_csv("timeseries/moving_reference.csv");
   ASSERT_GT(cases.size(), 400u);
-  for (const auto& r : cases) {
-    const std::string& routine = r[0];
-    const Vec& x = series.at(r[1]);
-    const int k = std::stoi(r[2]), lead = std::stoi(r[3]), strict = std::stoi(r[4]), d = std::stoi(r[5]),
-              code = std::stoi(r[6]);
-    const Vec want = numbers(r[9]);
+  for (const CsvRow& r : cases) {
+    const std::string& routine = r.text("routine");
+    const Vec& x = series.at(r.text("series"));
+    const int k = r.integer("k"), lead = r.integer("lead"), strict = r.integer("strict"), d = r.integer("d"),
+              code = r.integer("code");
+    const Vec want = numbers(r.text("expected"));
     ASSERT_EQ(want.size(), x.size());
     Vec got;
-    const int lost = run(routine, x, k, lead, strict, d, code, numbers(r[7]), got);
+    const int lost = run(routine, x, k, lead, strict, d, code, numbers(r.text("weights")), got);
     double scale = 0;
     for (double v : want)
-      if (r[8] != "exact" && !is_missing(v) && std::isfinite(v)) scale = std::max(scale, std::fabs(v));
+      if (r.text("source") != "exact" && !is_missing(v) && std::isfinite(v)) scale = std::max(scale, std::fabs(v));
     int expected_lost = 0, bad = 0;
     for (std::size_t t = 0; t < x.size(); ++t) {
       expected_lost += is_missing(want[t]) && !is_missing(x[t]);
       if (!same(got[t], want[t], scale) && bad++ < 3)
-        ADD_FAILURE() << routine << " " << r[1] << " k=" << k << " lead=" << lead << " strict=" << strict
-                      << " d=" << d << " code=" << code << (r[7].empty() ? "" : " weighted") << " t=" << t
-                      << ": got " << got[t] << ", want " << want[t];
+        ADD_FAILURE() << r.line.substr(0, 80) << " t=" << t << ": got " << got[t] << ", want " << want[t];
     }
     if (routine != "ztsmewa") {
-      EXPECT_EQ(lost, expected_lost) << routine << " " << r[1] << " k=" << k;
+      EXPECT_EQ(lost, expected_lost) << r.line.substr(0, 80);
     }
   }
 }

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "fmsd/transform.h"
-#include "tests/timeseries/csv_reader.h"
+#include "tests/csv_reader.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ bool same_bits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; 
 
 TEST(TransformReference, ForwardAndInverseMatchScipy) {
   hosted();
-  const auto rows = read_csv("transform_values.csv");
+  const auto rows = read_csv("timeseries/transform_values.csv");
   ASSERT_GT(rows.size(), 500u);
   for (const CsvRow& r : rows) {
     const int type = ztstnm(r.text("family").c_str(), -1);
@@ -44,7 +44,7 @@ TEST(TransformReference, ForwardAndInverseMatchScipy) {
 
 TEST(TransformReference, PowerMatchesMpmath) {
   hosted();
-  const auto rows = read_csv("transform_power.csv");
+  const auto rows = read_csv("timeseries/transform_power.csv");
   ASSERT_GT(rows.size(), 50u);
   for (const CsvRow& r : rows) {
     int status = -9;
@@ -55,7 +55,7 @@ TEST(TransformReference, PowerMatchesMpmath) {
 
 TEST(TransformReference, MomentsMatchClosedFormsIntegralsAndMonteCarlo) {
   hosted();
-  const auto rows = read_csv("transform_moments.csv");
+  const auto rows = read_csv("timeseries/transform_moments.csv");
   ASSERT_EQ(rows.size(), 17u);
   std::vector<double> w(101);
   for (const CsvRow& r : rows) {

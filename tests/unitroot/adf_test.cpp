@@ -13,9 +13,9 @@ namespace {
 
 constexpr int kMaxLag = 12;
 
-std::string label(const RefRow& r) { return r.text("case") + " variant " + r.text("variant") + " p " + r.text("p"); }
+std::string label(const CsvRow& r) { return r.text("case") + " variant " + r.text("variant") + " p " + r.text("p"); }
 
-void expect_record(const etss_result& got, const RefRow& want) {
+void expect_record(const etss_result& got, const CsvRow& want) {
   EXPECT_EQ(double{got.omega}, 0.0);
   EXPECT_TRUE(near(got.rho, want.num("rho"), 1e-9));
   EXPECT_TRUE(near(got.tau, want.num("tau"), 1e-9));
@@ -34,7 +34,7 @@ TEST(AugmentedDickeyFuller, EachTestMatchesStatsmodelsAndLeastSquares) {
     const int n = static_cast<int>(y.size());
     Context ctx(ETSS_REGRESSION, ETSS_TREND, 1, kMaxLag, {}, n);
     std::vector<double> diff(y.size());
-    for (const RefRow& want : read_table("adf.csv")) {
+    for (const CsvRow& want : read_table("adf.csv")) {
       if (want.text("case") != name) continue;
       SCOPED_TRACE(label(want));
       ctx->variant = want.integer("variant");
@@ -73,7 +73,7 @@ TEST(AugmentedDickeyFuller, LagListDerivesEveryVariantFromTheTrendFit) {
     std::vector<double> diff(y.size());
     ASSERT_EQ(etssur(y.data(), n, &ctx.c, diff.data()), 0);
     std::set<std::pair<int, int>> checked;
-    for (const RefRow& want : read_table("adf.csv")) {
+    for (const CsvRow& want : read_table("adf.csv")) {
       if (want.text("case") != name) continue;
       SCOPED_TRACE(label(want));
       expect_record(ctx->results[want.integer("variant")][kMaxLag - want.integer("p")], want);
@@ -118,7 +118,7 @@ TEST(AugmentedDickeyFuller, CollinearRegressorsAreDropped) {
 }
 
 TEST(SeasonalDickeyFuller, TwoStepFitMatchesLeastSquares) {
-  for (const RefRow& want : read_table("seasonal.csv")) {
+  for (const CsvRow& want : read_table("seasonal.csv")) {
     SCOPED_TRACE(label(want) + " d " + want.text("d"));
     const std::vector<double>& y = series().at(want.text("case"));
     const int n = static_cast<int>(y.size());
@@ -139,7 +139,7 @@ TEST(SeasonalDickeyFuller, TwoStepFitMatchesLeastSquares) {
   std::vector<double> diff(y.size());
   ASSERT_EQ(etssur(y.data(), static_cast<int>(y.size()), &ctx.c, diff.data()), 0);
   EXPECT_EQ(ctx->variant, ETSS_SINGLE_MEAN) << "the context's own settings are kept";
-  for (const RefRow& want : read_table("seasonal.csv"))
+  for (const CsvRow& want : read_table("seasonal.csv"))
     if (want.text("case") == "co2") {
       EXPECT_TRUE(near(ctx->results[want.integer("variant")][want.integer("p")].tau, want.num("tau"), 1e-9));
     }

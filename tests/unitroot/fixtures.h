@@ -6,55 +6,22 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "fmsd/dickeyfuller.h"
 #include "fmsd/unitroot.h"
-#include "tests/hosted.h"
-#include "util/numeric.h"
+#include "tests/csv_reader.h"
 
-struct RefRow {
-  std::map<std::string, std::string> field;
-  const std::string& text(const std::string& name) const { return field.at(name); }
-  int integer(const std::string& name) const { return std::atoi(text(name).c_str()); }
-  bool has(const std::string& name) const { return text(name) != "NA"; }
-  double num(const std::string& name) const {
-    return has(name) ? std::strtod(text(name).c_str(), nullptr) : fmsd::missing();
-  }
-};
-
-inline std::vector<RefRow> read_table(const std::string& file) {
-  std::ifstream in(std::string(FMSD_TEST_DATA "/unitroot/") + file);
-  std::vector<RefRow> rows;
-  std::vector<std::string> header;
-  auto split = [](const std::string& line) {
-    std::vector<std::string> f;
-    std::stringstream ss(line);
-    for (std::string s; std::getline(ss, s, ',');) f.push_back(s);
-    return f;
-  };
-  std::string line;
-  if (std::getline(in, line)) header = split(line);
-  while (std::getline(in, line)) {
-    const std::vector<std::string> f = split(line);
-    RefRow row;
-    for (std::size_t i = 0; i < header.size() && i < f.size(); ++i) row.field[header[i]] = f[i];
-    rows.push_back(row);
-  }
-  return rows;
-}
+inline std::vector<CsvRow> read_table(const std::string& file) { return read_csv("unitroot/" + file); }
 
 // The series of the reference tables by case name, missing values as the host's.
 inline const std::map<std::string, std::vector<double>>& series() {
   static const std::map<std::string, std::vector<double>> all = [] {
     hosted();
     std::map<std::string, std::vector<double>> m;
-    for (const RefRow& r : read_table("series.csv")) m[r.text("case")].push_back(r.num("value"));
+    for (const CsvRow& r : read_table("series.csv")) m[r.text("case")].push_back(r.num("value"));
     return m;
   }();
   return all;

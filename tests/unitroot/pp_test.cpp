@@ -18,7 +18,7 @@ bool acceptable(int status) { return status == 0 || (status > 0 && status <= 3 &
 TEST(PhillipsPerron, EveryVariantMatchesHamiltonsFormulas) {
   std::vector<int> lags;
   for (int l = 0; l <= kMaxLag; ++l) lags.push_back(l);
-  const std::vector<RefRow> rows = read_table("pp.csv");
+  const std::vector<CsvRow> rows = read_table("pp.csv");
   for (const auto& [name, y] : series()) {
     const int n = static_cast<int>(y.size());
     std::vector<double> diff(y.size()), est(3);
@@ -28,7 +28,7 @@ TEST(PhillipsPerron, EveryVariantMatchesHamiltonsFormulas) {
     for (int variant = 0; variant < 3; ++variant) {
       Context one(ETSS_PHILLIPS_PERRON, variant, 1, kMaxLag, lags, n);
       bool fitted = false;
-      for (const RefRow& want : rows) {
+      for (const CsvRow& want : rows) {
         if (want.text("case") != name || want.integer("variant") != variant) continue;
         SCOPED_TRACE(name + " variant " + std::to_string(variant) + " lag " + want.text("lag"));
         if (!fitted) {
@@ -54,9 +54,9 @@ TEST(PhillipsPerron, EveryVariantMatchesHamiltonsFormulas) {
 // urca and tseries report the same long-run variance; their corrections differ from
 // the finite-sample one only by the sum of squares they scale by (docs/ACCURACY.md).
 TEST(PhillipsPerron, AgreesWithUrcaAndTseriesAfterConversion) {
-  const std::vector<RefRow> rows = read_table("pp_r.csv");
+  const std::vector<CsvRow> rows = read_table("pp_r.csv");
   ASSERT_FALSE(rows.empty());
-  for (const RefRow& want : rows) {
+  for (const CsvRow& want : rows) {
     SCOPED_TRACE(want.text("case") + " " + want.text("peer") + " " + want.text("model") + " lag " + want.text("lag"));
     const std::vector<double>& y = series().at(want.text("case"));
     const int n = static_cast<int>(y.size());
