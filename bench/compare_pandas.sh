@@ -33,7 +33,8 @@ import json, sys
 scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 fmsd = {}
 for b in json.load(open(sys.argv[1]))["benchmarks"]:
-    if b.get("aggregate_name") == "median":
+    # One repetition reports its run alone, with no aggregates.
+    if b.get("aggregate_name") == "median" or b.get("run_type") == "iteration":
         fmsd[b["run_name"]] = b["real_time"] * scale[b["time_unit"]] / b["dates"]
 lines = [json.loads(l) for l in open(sys.argv[2])]
 versions, peer = lines[0], lines[1:]
