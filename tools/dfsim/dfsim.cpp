@@ -272,7 +272,7 @@ struct Options {
   std::uint64_t seed = 20240611;
   int threads = 2;
   std::int64_t reps = 4000000;
-  std::int64_t reps_large = 1000000;
+  std::int64_t reps_large = 4000000;
   int large_from = 501;
 };
 

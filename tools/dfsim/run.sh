@@ -3,7 +3,7 @@
 # already simulated at the asked replication counts are skipped, so the same command
 # continues an interrupted run or tops up cells written with fewer replications.
 #   tools/dfsim/run.sh [BUILD_DIR] [dfsim options...]
-# e.g. tools/dfsim/run.sh /tmp/dfsim-build --threads 2 --reps 4000000 --reps-large 1000000
+# e.g. tools/dfsim/run.sh /tmp/dfsim-build --threads 2 --reps 4000000 --reps-large 4000000
 set -euo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 build=${1:-/tmp/dfsim-build}
