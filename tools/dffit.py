@@ -931,7 +931,8 @@ def fit_all(cells, only=None):
     single("cssm6l", 50, "zpdfssm", 6, "tau_sm", band(12, 59), rsq(12), cl(-6, 5), split([7, 5, 5, 4], 1.0, 1.0), ties=[(-1.0, 0, 1)],
            every_n=True, lawson=40)
     single("cssm6h", 30, "zpdfssm", 6, "tau_sm", unbounded(60), rinv(60), cl(-5, 3.7), split([7, 6], 2.0), ties=[(-1.0, 0, 1)])
-    single("cssm12l", 50, "zpdfssm", 12, "tau_sm", band(24, 119), rsq(24), cl(-6, 5), split([7, 5, 5, 4], 1.0, 1.0), ties=[(-1.0, 0, 1)])
+    single("cssm12l", 50, "zpdfssm", 12, "tau_sm", band(24, 119), rsq(24), cl(-6, 5), split([7, 5, 5, 4], 1.0, 1.0), ties=[(-1.0, 0, 1)],
+           every_n=True)
     single("cssm12h", 24, "zpdfssm", 12, "tau_sm", unbounded(120), rinv(), cl(-5, 3.55), [Block([9, 9], q=3)])
 
     # ---- zpdfstr: studentized, trend ------------------------------------------------------------
