@@ -295,7 +295,7 @@ class Group:
             p, s = cell.p, cell.q[self.stat]
             lo, hi = self.clamp(n)
             if self.beyond:
-                s = np.where((p >= 0.001) & (p <= 0.999), np.clip(s, lo, hi), s)
+                s = np.where(between(p, 0.001, 0.999), np.clip(s, lo, hi), s)
             m = (p > 0) & (p < 1) & (s >= lo) & (s <= hi)
             if self.data_range:
                 m &= (s >= self.data_range[0]) & (s <= self.data_range[1])
@@ -1131,10 +1131,6 @@ def floors():
     absolute, over 0.001-0.999, and relative to the targets (0.0005 from 0.01 to 0.10,
     0.002 elsewhere): above 1, no fit of the layout meets both."""
     cells = load_cells()
-
-    def tol(p):
-        return np.where((p >= 0.01) & (p <= 0.10), 0.0005, 0.002)
-
     print("| function | d | n | floor, 0.001-0.999 | floor relative to the targets |")
     print("|---|---|---|---|---|")
     for fn, d, lo, hi, wf, k, (s0, s1, step) in FLOOR_BANDS:
@@ -1147,16 +1143,16 @@ def floors():
                 continue
             z = special.ndtri(p)
             worst = max(worst, minimax(A, z, p, np.ones(len(p))))
-            rel = max(rel, minimax(A, z, p, tol(p)))
+            rel = max(rel, minimax(A, z, p, targets(p, 0.002)))
         print(f"| `{fn}` | {d} | {lo}-{hi or 'inf'} | {worst:.4f} | {rel:.2f} |", flush=True)
     for fn, n, (lo, hi), shift, k in FLOOR_PIECES:
         c = cells[(1, n)]
         q, p = c.q[FUNCS[fn]], c.p
-        m = (q >= lo) & (q <= hi) & (p >= 0.001) & (p <= 0.999)
+        m = (q >= lo) & (q <= hi) & between(p, 0.001, 0.999)
         A = np.vander(q[m] + shift, k + 1, increasing=True)
         z = special.ndtri(p[m])
         print(f"| `{fn}` | 1 | {n}, statistic {lo} to {hi} | {minimax(A, z, p[m], np.ones(m.sum())):.4f} "
-              f"| {minimax(A, z, p[m], tol(p[m])):.2f} |", flush=True)
+              f"| {minimax(A, z, p[m], targets(p[m], 0.002)):.2f} |", flush=True)
 
 
 TEST_LEVELS = [0.001, 0.005, 0.01, 0.025, 0.05, 0.075, 0.1, 0.25, 0.5, 0.75, 0.9, 0.95, 0.975, 0.99,
